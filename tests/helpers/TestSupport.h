@@ -1,0 +1,35 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace kestrune::test {
+
+// A fresh folder under the system's temporary folder, removed with everything in it at the end.
+class TemporaryFolder {
+public:
+    TemporaryFolder();
+    ~TemporaryFolder();
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return path_; }
+    [[nodiscard]] std::string file(const std::string& name) const { return path_ + "/" + name; }
+    void write(const std::string& name, const std::string& text, unsigned mode = 0644) const;
+
+private:
+    std::string path_;
+};
+
+[[nodiscard]] std::string readFile(const std::string& path);
+
+// Descriptors this process has open now.
+[[nodiscard]] int openDescriptorCount();
+// Children of this process that have exited and not been reaped.
+[[nodiscard]] int zombieChildCount();
+// Whether a process with this pid exists and has not exited (a zombie counts as gone).
+[[nodiscard]] bool processIsAlive(int pid);
+// Waits, up to a generous bound, until `done` holds; returns whether it did.
+[[nodiscard]] bool eventually(const std::function<bool()>& done, double seconds = 20);
+
+} // namespace kestrune::test

@@ -1,0 +1,64 @@
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "KestruneKit/DevTools/DevToolBox.h"
+#include "KestruneKit/DevTools/ShellCommand.h"
+
+namespace kestrune {
+namespace {
+
+struct CliRun {
+    int status;
+    std::string output;
+    std::string error;
+};
+
+CliRun kestrune(std::vector<std::string> arguments)
+{
+    DevToolBox box;
+    auto run = box.run(DevTool { "kestrune", { KESTRUNE_CLI } }, arguments, std::nullopt, {}, Seconds(60));
+    EXPECT_EQ(run.failure, std::nullopt);
+    return { run.status, run.output, run.errorOutput };
+}
+
+TEST(KestruneCli, RunPrintsTheResultAndExitsWithTheCommandsCode)
+{
+    auto run = kestrune({ "run", "--", "echo", "hello;", "exit", "7" });
+    EXPECT_EQ(run.status, 7);
+    auto result = ShellCommandResult::fromJSON(run.output);
+    ASSERT_TRUE(result) << run.output;
+    EXPECT_EQ(result->outcome, ShellCommandResult::Outcome::failed);
+    EXPECT_EQ(result->output, "hello\n");
+
+    auto limited = kestrune({ "run", "--time-limit", "0.3", "--", "sleep 30" });
+    EXPECT_EQ(limited.status, 128 + 15);
+    EXPECT_EQ(ShellCommandResult::fromJSON(limited.output)->outcome, ShellCommandResult::Outcome::timedOut);
+
+    auto missing = kestrune({ "run", "--folder", "/nonexistent", "--", "true" });
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(ShellCommandResult::fromJSON(missing.output)->output, "No folder at /nonexistent");
+}
+
+TEST(KestruneCli, BadUsageExitsTwoAndTheOverviewListsTheTools)
+{
+    EXPECT_EQ(kestrune({ "run" }).status, 2);
+    EXPECT_EQ(kestrune({ "--no-such-flag" }).status, 2);
+    EXPECT_EQ(kestrune({ "run", "--help" }).status, 0);
+
+    auto overview = kestrune({ "--json" });
+    EXPECT_EQ(overview.status, 0);
+    auto json = nlohmann::json::parse(overview.output, nullptr, false);
+    ASSERT_TRUE(json.is_object()) << overview.output;
+    bool sawGit = false;
+    for (const auto& tool : json["tools"]) {
+        if (tool["tool"] == "git") {
+            sawGit = true;
+            EXPECT_EQ(tool["path"].is_string(), DevToolBox::locate(tool["candidates"]).has_value());
+        }
+    }
+    EXPECT_TRUE(sawGit);
+    EXPECT_NE(kestrune({}).output.find("Command-line tools the developer monitors run:"), std::string::npos);
+}
+
+} // namespace
+} // namespace kestrune

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <functional>
+
+#include <CLI/CLI.hpp>
+
+namespace kestrune::cli {
+
+// Exit statuses of every subcommand.
+constexpr int exitSuccess = 0;
+constexpr int exitFailure = 1;
+constexpr int exitUsage = 2;
+
+// Each subcommand adds itself to the app and returns what to run when it was chosen; the
+// returned function gives the exit status.
+using Action = std::function<int()>;
+
+Action addOverviewCommand(CLI::App& app);
+Action addRunCommand(CLI::App& app);
+
+} // namespace kestrune::cli

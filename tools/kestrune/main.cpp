@@ -1,0 +1,36 @@
+#include <csignal>
+#include <iostream>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/kestrune/Commands.h"
+
+int main(int argc, char** argv)
+{
+    using namespace kestrune::cli;
+
+    // A closed reader of our output (`kestrune run ... | head`) must not kill us mid-write.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    CLI::App app { "Kestrune Dock's command line: prints what the dock's monitors read on this machine.\n"
+                   "With no subcommand, an overview of what every monitor finds here." };
+    app.require_subcommand(0, 1);
+    Action overview = addOverviewCommand(app);
+    Action run = addRunCommand(app);
+
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::CallForAllHelp& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error);
+        return exitUsage;
+    }
+
+    if (app.got_subcommand("run"))
+        return run();
+    return overview();
+}
