@@ -1,5 +1,7 @@
 #include "KestruneKit/DevTools/DevTool.h"
 
+#include "KestruneKit/Core/RawNames.h"
+
 namespace kestrune {
 
 const std::vector<DevTool>& DevTool::known()
@@ -19,17 +21,15 @@ const std::vector<DevTool>& DevTool::known()
     return tools;
 }
 
-std::string_view toString(DevTool::Run::Failure failure)
-{
-    switch (failure) {
-    case DevTool::Run::Failure::notFound:
-        return "notFound";
-    case DevTool::Run::Failure::couldNotLaunch:
-        return "couldNotLaunch";
-    case DevTool::Run::Failure::timedOut:
-        return "timedOut";
-    }
-    return "couldNotLaunch";
+namespace {
+using Failure = DevTool::Run::Failure;
+constexpr RawNames<Failure, 3> failureNames { { {
+    { Failure::notFound, "notFound" },
+    { Failure::couldNotLaunch, "couldNotLaunch" },
+    { Failure::timedOut, "timedOut" },
+} } };
 }
+
+std::string_view toString(DevTool::Run::Failure failure) { return failureNames.name(failure); }
 
 } // namespace kestrune

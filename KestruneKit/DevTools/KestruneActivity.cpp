@@ -1,17 +1,16 @@
 #include "KestruneKit/DevTools/KestruneActivity.h"
 
-#include <array>
-#include <utility>
+#include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
 
 namespace {
 using Reason = KestruneActivity::PauseReason;
-constexpr std::array<std::pair<Reason, std::string_view>, 3> reasonNames { {
+constexpr RawNames<Reason, 3> reasonNames { { {
     { Reason::systemSleep, "systemSleep" },
     { Reason::displaysSleep, "displaysSleep" },
     { Reason::sessionInactive, "sessionInactive" },
-} };
+} } };
 }
 
 KestruneActivity& KestruneActivity::shared()
@@ -32,20 +31,11 @@ bool KestruneActivity::perform(const std::function<void()>& work) const
     return true;
 }
 
-std::string_view toString(KestruneActivity::PauseReason reason)
-{
-    for (const auto& [value, name] : reasonNames)
-        if (value == reason)
-            return name;
-    return "systemSleep";
-}
+std::string_view toString(KestruneActivity::PauseReason reason) { return reasonNames.name(reason); }
 
 std::optional<KestruneActivity::PauseReason> pauseReasonFromString(std::string_view raw)
 {
-    for (const auto& [value, name] : reasonNames)
-        if (name == raw)
-            return value;
-    return std::nullopt;
+    return reasonNames.value(raw);
 }
 
 } // namespace kestrune

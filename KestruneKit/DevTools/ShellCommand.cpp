@@ -1,11 +1,11 @@
 #include "KestruneKit/DevTools/ShellCommand.h"
 
-#include <array>
 #include <cmath>
 #include <limits>
-#include <utility>
 
 #include <nlohmann/json.hpp>
+
+#include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
 
@@ -13,14 +13,14 @@ namespace {
 
 using Outcome = ShellCommandResult::Outcome;
 
-constexpr std::array<std::pair<Outcome, std::string_view>, 6> outcomeNames { {
+constexpr RawNames<Outcome, 6> outcomeNames { { {
     { Outcome::succeeded, "succeeded" },
     { Outcome::failed, "failed" },
     { Outcome::stopped, "stopped" },
     { Outcome::timedOut, "timedOut" },
     { Outcome::couldNotStart, "couldNotStart" },
     { Outcome::openedInTerminal, "openedInTerminal" },
-} };
+} } };
 
 constexpr std::chrono::sys_seconds referenceDate { std::chrono::seconds(978307200) };
 
@@ -65,21 +65,9 @@ nlohmann::ordered_json secondsValue(double seconds)
 
 } // namespace
 
-std::string_view toString(Outcome outcome)
-{
-    for (const auto& [value, name] : outcomeNames)
-        if (value == outcome)
-            return name;
-    return "failed";
-}
+std::string_view toString(Outcome outcome) { return outcomeNames.name(outcome); }
 
-std::optional<Outcome> outcomeFromString(std::string_view raw)
-{
-    for (const auto& [value, name] : outcomeNames)
-        if (name == raw)
-            return value;
-    return std::nullopt;
-}
+std::optional<Outcome> outcomeFromString(std::string_view raw) { return outcomeNames.value(raw); }
 
 double referenceSeconds(Date date) { return secondsBetween(Date(referenceDate), date).count(); }
 
