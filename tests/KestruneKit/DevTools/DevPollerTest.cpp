@@ -95,12 +95,5 @@ TEST_F(DevPollerTest, ANewIntervalReArmsAtOnce)
     EXPECT_EQ(secondsBetween(runtime.now(), runtime.timers()[0].due).count(), 10) << "the same interval does not re-arm";
 }
 
-TEST(KestruneActivity, NamesItsReasonsByTheirRawValues)
-{
-    for (const char* raw : { "systemSleep", "displaysSleep", "sessionInactive" })
-        EXPECT_EQ(toString(*pauseReasonFromString(raw)), raw);
-    EXPECT_EQ(pauseReasonFromString("lidClosed"), std::nullopt);
-}
-
 } // namespace
 } // namespace kestrune
