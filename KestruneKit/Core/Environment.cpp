@@ -50,25 +50,32 @@ bool isExecutableFile(const std::string& path)
         && ::access(path.c_str(), X_OK) == 0;
 }
 
+std::vector<std::string> pathComponents(const std::string& path)
+{
+    std::vector<std::string> components;
+    size_t start = 0;
+    for (;;) {
+        size_t end = path.find(':', start);
+        components.push_back(path.substr(start, end == std::string::npos ? std::string::npos : end - start));
+        if (end == std::string::npos)
+            return components;
+        start = end + 1;
+    }
+}
+
 std::optional<std::string> findInPath(const std::string& name, const std::string& path)
 {
     if (name.empty())
         return std::nullopt;
     if (name.find('/') != std::string::npos)
         return isExecutableFile(name) ? std::optional(name) : std::nullopt;
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find(':', start);
-        if (end == std::string::npos)
-            end = path.size();
-        std::string folder = path.substr(start, end - start);
+    for (const auto& folder : pathComponents(path)) {
         // An empty component means the current folder to a shell; a dock has no meaningful one.
-        if (!folder.empty()) {
-            std::string candidate = folder + "/" + name;
-            if (isExecutableFile(candidate))
-                return candidate;
-        }
-        start = end + 1;
+        if (folder.empty())
+            continue;
+        std::string candidate = folder + "/" + name;
+        if (isExecutableFile(candidate))
+            return candidate;
     }
     return std::nullopt;
 }

@@ -19,6 +19,9 @@ using Environment = std::map<std::string, std::string>;
 // The user's home folder: $HOME, else the password database.
 [[nodiscard]] std::string homeFolder();
 
+// PATH's colon-separated folders, in order, empty ones included.
+[[nodiscard]] std::vector<std::string> pathComponents(const std::string& path);
+
 // Searches PATH's folders, in order, for an executable file with this name.
 [[nodiscard]] std::optional<std::string> findInPath(const std::string& name, const std::string& path);
 

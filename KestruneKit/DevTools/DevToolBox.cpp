@@ -1,5 +1,6 @@
 #include "KestruneKit/DevTools/DevToolBox.h"
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <csignal>
@@ -15,20 +16,6 @@ namespace {
 
 constexpr const char* defaultPath = "/usr/bin:/bin:/usr/sbin:/sbin";
 constexpr std::array<const char*, 2> extraFolders { "/opt/homebrew/bin", "/usr/local/bin" };
-
-bool hasComponent(const std::string& path, std::string_view folder)
-{
-    size_t start = 0;
-    while (start <= path.size()) {
-        size_t end = path.find(':', start);
-        if (end == std::string::npos)
-            end = path.size();
-        if (std::string_view(path).substr(start, end - start) == folder)
-            return true;
-        start = end + 1;
-    }
-    return false;
-}
 
 // Keeps the first `limit` bytes of a stream.
 struct Capture {
@@ -79,7 +66,8 @@ Environment DevToolBox::environment(const Environment& overrides) const
     auto found = result.find("PATH");
     std::string path = found != result.end() ? found->second : defaultPath;
     for (const char* folder : extraFolders) {
-        if (!hasComponent(path, folder)) {
+        auto components = pathComponents(path);
+        if (std::find(components.begin(), components.end(), folder) == components.end()) {
             path += ':';
             path += folder;
         }
