@@ -58,9 +58,11 @@ std::optional<std::string> DevToolBox::locate(const std::vector<std::string>& ca
     return std::nullopt;
 }
 
-Environment DevToolBox::environment(const Environment& overrides) const
+Environment DevToolBox::environment(const Environment& overrides, const std::vector<std::string>& removals) const
 {
     Environment result = base_;
+    for (const auto& name : removals)
+        result.erase(name);
     for (const auto& [name, value] : overrides)
         result[name] = value;
     auto found = result.find("PATH");
@@ -80,6 +82,13 @@ DevTool::Run DevToolBox::run(const DevTool& tool, const std::vector<std::string>
                              const std::optional<std::string>& folder, const Environment& overrides, Seconds timeout,
                              size_t outputLimit) const
 {
+    return run(tool, arguments, folder, overrides, {}, timeout, outputLimit);
+}
+
+DevTool::Run DevToolBox::run(const DevTool& tool, const std::vector<std::string>& arguments,
+                             const std::optional<std::string>& folder, const Environment& overrides,
+                             const std::vector<std::string>& removals, Seconds timeout, size_t outputLimit) const
+{
     DevTool::Run result;
     auto executable = locate(tool.candidates);
     if (!executable) {
@@ -90,7 +99,7 @@ DevTool::Run DevToolBox::run(const DevTool& tool, const std::vector<std::string>
     ChildProcessOptions options;
     options.executable = *executable;
     options.arguments = arguments;
-    options.environment = environment(overrides);
+    options.environment = environment(overrides, removals);
     options.workingFolder = folder;
     options.input = ChildStream::nullDevice;
     options.output = ChildStream::pipe;

@@ -35,18 +35,25 @@ public:
     // Builds on the given environment instead; tests use this.
     explicit DevToolBox(Environment base);
 
+    [[nodiscard]] const Environment& base() const { return base_; }
+
     // The first candidate, in order, that is an executable file.
     [[nodiscard]] static std::optional<std::string> locate(const std::vector<std::string>& candidates);
 
-    // The base environment with the overrides set on top, and PATH completed with Homebrew's
-    // and the local folders when it lacks them.
-    [[nodiscard]] Environment environment(const Environment& overrides) const;
+    // The base environment less the removed names, with the overrides set on top, and PATH
+    // completed with Homebrew's and the local folders when it lacks them.
+    [[nodiscard]] Environment environment(const Environment& overrides, const std::vector<std::string>& removals = {}) const;
 
     // Runs the tool to its end or its time-out. Blocks the calling thread; any thread but the
     // main one. The tool leads a process group of its own, so a time-out ends its children too.
     [[nodiscard]] DevTool::Run run(const DevTool& tool, const std::vector<std::string>& arguments,
                                    const std::optional<std::string>& folder, const Environment& overrides,
                                    Seconds timeout, size_t outputLimit = defaultOutputLimit) const;
+    // The same, with names removed from the environment before the overrides are set.
+    [[nodiscard]] DevTool::Run run(const DevTool& tool, const std::vector<std::string>& arguments,
+                                   const std::optional<std::string>& folder, const Environment& overrides,
+                                   const std::vector<std::string>& removals, Seconds timeout,
+                                   size_t outputLimit = defaultOutputLimit) const;
 
 private:
     Environment base_;

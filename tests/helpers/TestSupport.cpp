@@ -11,7 +11,25 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
+#include "KestruneKit/DevTools/DevToolBox.h"
+
 namespace kestrune::test {
+
+std::string shell(const std::string& folder, const std::string& script, const Environment& extra)
+{
+    Environment overrides {
+        { "GIT_AUTHOR_NAME", "Test" }, { "GIT_AUTHOR_EMAIL", "test@example.com" },
+        { "GIT_COMMITTER_NAME", "Test" }, { "GIT_COMMITTER_EMAIL", "test@example.com" },
+        { "GIT_CONFIG_NOSYSTEM", "1" }, { "GIT_CONFIG_GLOBAL", "/dev/null" }, { "LC_ALL", "C" },
+    };
+    for (const auto& [name, value] : extra)
+        overrides[name] = value;
+    auto run = DevToolBox().run(DevTool { "sh", { "/bin/sh" } }, { "-ec", script }, folder, overrides, Seconds(120));
+    EXPECT_TRUE(run.succeeded()) << script << "\n" << run.output << run.errorOutput;
+    return run.output;
+}
 
 TemporaryFolder::TemporaryFolder()
 {

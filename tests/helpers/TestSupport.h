@@ -3,6 +3,8 @@
 #include <functional>
 #include <string>
 
+#include "KestruneKit/Core/Environment.h"
+
 namespace kestrune::test {
 
 // A fresh folder under the system's temporary folder, removed with everything in it at the end.
@@ -29,6 +31,10 @@ private:
 [[nodiscard]] int zombieChildCount();
 // Whether a process with this pid exists and has not exited (a zombie counts as gone).
 [[nodiscard]] bool processIsAlive(int pid);
+// Runs a /bin/sh script in the folder with fixed git identities and no user or system git
+// configuration; a failing script fails the test with its output. Returns standard output.
+std::string shell(const std::string& folder, const std::string& script, const Environment& extra = {});
+
 // Waits, up to a generous bound, until `done` holds; returns whether it did.
 [[nodiscard]] bool eventually(const std::function<bool()>& done, double seconds = 20);
 

@@ -3,6 +3,7 @@
 
 #include "KestruneKit/DevTools/DevToolBox.h"
 #include "KestruneKit/DevTools/ShellCommand.h"
+#include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
 namespace {
@@ -58,6 +59,26 @@ TEST(KestruneCli, BadUsageExitsTwoAndTheOverviewListsTheTools)
     }
     EXPECT_TRUE(sawGit);
     EXPECT_NE(kestrune({}).output.find("Command-line tools the developer monitors run:"), std::string::npos);
+}
+
+TEST(KestruneCli, GitPrintsEachFoldersStandingOrProblem)
+{
+    test::TemporaryFolder folder;
+    test::shell(folder.path(), "git init -q -b main repo && cd repo && touch a b && git add a && git commit -qm one && git mv a c");
+    auto text = kestrune({ "git", folder.file("repo"), folder.file("gone") });
+    EXPECT_EQ(text.status, 1);
+    EXPECT_EQ(text.output, folder.file("repo") + ": 2 changes to commit\n" + folder.file("gone") + ": Not found\n");
+
+    auto json = kestrune({ "git", "--json", folder.file("repo"), folder.file("gone") });
+    auto readings = nlohmann::json::parse(json.output);
+    ASSERT_EQ(readings.size(), 2u);
+    EXPECT_EQ(readings[0]["standing"], "2 changes to commit");
+    EXPECT_EQ(readings[0]["branch"], "main");
+    EXPECT_EQ(readings[0]["upstream"], nullptr);
+    EXPECT_EQ(readings[0]["changes"][0], nlohmann::json::parse(R"({"path":"c","kind":"renamed","staging":"fully","original":"a"})"));
+    EXPECT_EQ(readings[0]["changes"][1]["kind"], "untracked");
+    EXPECT_EQ(readings[1]["problem"], "missing");
+    EXPECT_EQ(readings[1]["standing"], "Not found");
 }
 
 } // namespace

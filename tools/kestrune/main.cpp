@@ -18,6 +18,7 @@ int main(int argc, char** argv)
     app.require_subcommand(0, 1);
     Action overview = addOverviewCommand(app);
     Action run = addRunCommand(app);
+    Action git = addGitCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -32,5 +33,7 @@ int main(int argc, char** argv)
 
     if (app.got_subcommand("run"))
         return run();
+    if (app.got_subcommand("git"))
+        return git();
     return overview();
 }
