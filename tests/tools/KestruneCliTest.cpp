@@ -81,5 +81,28 @@ TEST(KestruneCli, GitPrintsEachFoldersStandingOrProblem)
     EXPECT_EQ(readings[1]["standing"], "Not found");
 }
 
+TEST(KestruneCli, PrsPrintsBothListsThroughTheGivenClient)
+{
+    test::TemporaryFolder folder;
+    DevToolBox box(processEnvironment());
+    Environment answer { { "GH_STANDIN_LOG", folder.file("log") },
+                         { "GH_STANDIN_ANSWER", KESTRUNE_TEST_SOURCES "/KestruneKit/GitHub/pull-requests.json" } };
+    auto run = box.run(DevTool { "kestrune", { KESTRUNE_CLI } }, { "prs", "--gh", KESTRUNE_TEST_HELPERS "/gh" }, std::nullopt, answer, Seconds(60));
+    EXPECT_EQ(run.status, 0);
+    EXPECT_NE(run.output.find("Pull requests, checks failing\n\n27 pull requests waiting for your review\n  kestrune/dock#812 Cache the dock's icon atlas\n"),
+              std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("Your open pull requests: 2 pull requests of yours open\n  kestrune/dock#9 Fix the clock's leap second [checks FAILURE] [APPROVED]"),
+              std::string::npos) << run.output;
+
+    auto json = box.run(DevTool { "kestrune", { KESTRUNE_CLI } }, { "prs", "--json", "--gh", KESTRUNE_TEST_HELPERS "/gh" }, std::nullopt, answer, Seconds(60));
+    auto parsed = nlohmann::json::parse(json.output);
+    EXPECT_EQ(parsed["review"]["issueCount"], 27);
+    EXPECT_EQ(parsed["mine"]["items"][0]["checksState"], "FAILURE");
+
+    auto missing = kestrune({ "prs", "--json", "--gh", folder.file("no-gh") });
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_EQ(nlohmann::json::parse(missing.output)["failure"], "noClient");
+}
+
 } // namespace
 } // namespace kestrune

@@ -18,5 +18,6 @@ using Action = std::function<int()>;
 Action addOverviewCommand(CLI::App& app);
 Action addRunCommand(CLI::App& app);
 Action addGitCommand(CLI::App& app);
+Action addPullRequestsCommand(CLI::App& app);
 
 } // namespace kestrune::cli

@@ -19,6 +19,7 @@ int main(int argc, char** argv)
     Action overview = addOverviewCommand(app);
     Action run = addRunCommand(app);
     Action git = addGitCommand(app);
+    Action prs = addPullRequestsCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -35,5 +36,7 @@ int main(int argc, char** argv)
         return run();
     if (app.got_subcommand("git"))
         return git();
+    if (app.got_subcommand("prs"))
+        return prs();
     return overview();
 }
