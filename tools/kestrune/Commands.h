@@ -19,5 +19,6 @@ Action addOverviewCommand(CLI::App& app);
 Action addRunCommand(CLI::App& app);
 Action addGitCommand(CLI::App& app);
 Action addPullRequestsCommand(CLI::App& app);
+Action addContainersCommand(CLI::App& app);
 
 } // namespace kestrune::cli

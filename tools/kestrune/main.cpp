@@ -20,6 +20,7 @@ int main(int argc, char** argv)
     Action run = addRunCommand(app);
     Action git = addGitCommand(app);
     Action prs = addPullRequestsCommand(app);
+    Action containers = addContainersCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -38,5 +39,7 @@ int main(int argc, char** argv)
         return git();
     if (app.got_subcommand("prs"))
         return prs();
+    if (app.got_subcommand("containers"))
+        return containers();
     return overview();
 }
