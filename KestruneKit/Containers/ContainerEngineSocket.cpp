@@ -1,8 +1,10 @@
 #include "KestruneKit/Containers/ContainerEngineSocket.h"
 
 #include <memory>
-#include <mutex>
 
+#include <dlfcn.h>
+
+#define CURL_DISABLE_TYPECHECK
 #include <curl/curl.h>
 
 #include "KestruneKit/Core/RawNames.h"
@@ -11,18 +13,60 @@ namespace kestrune {
 
 namespace {
 
-constexpr RawNames<ContainerReadFailure, 4> failureNames { { {
+constexpr RawNames<ContainerReadFailure, 5> failureNames { { {
     { ContainerReadFailure::socketPathTooLong, "socketPathTooLong" },
     { ContainerReadFailure::notRunning, "notRunning" },
     { ContainerReadFailure::timedOut, "timedOut" },
     { ContainerReadFailure::badAnswer, "badAnswer" },
+    { ContainerReadFailure::noHttpLibrary, "noHttpLibrary" },
 } } };
 
+// libcurl is opened on first use rather than linked: it brings some thirty libraries with it,
+// and loading them at start-up would cost every `kestrune` run (and the dock's launch) several
+// milliseconds for a request most runs never make.
+struct CurlLibrary {
+    decltype(&curl_global_init) globalInit = nullptr;
+    decltype(&curl_easy_init) easyInit = nullptr;
+    decltype(&curl_easy_setopt) easySetopt = nullptr;
+    decltype(&curl_easy_perform) easyPerform = nullptr;
+    decltype(&curl_easy_getinfo) easyGetinfo = nullptr;
+    decltype(&curl_easy_cleanup) easyCleanup = nullptr;
+    decltype(&curl_slist_append) slistAppend = nullptr;
+    decltype(&curl_slist_free_all) slistFreeAll = nullptr;
+
+    // Nothing when the library is missing; loaded and initialised once, kept for the process.
+    static const CurlLibrary* shared()
+    {
+        static const CurlLibrary* library = [] () -> const CurlLibrary* {
+#if defined(__APPLE__)
+            void* handle = ::dlopen("libcurl.4.dylib", RTLD_NOW | RTLD_LOCAL);
+#else
+            void* handle = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL);
+#endif
+            if (!handle)
+                return nullptr;
+            static CurlLibrary loaded;
+            auto resolve = [handle](auto& function, const char* name) {
+                function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(::dlsym(handle, name));
+                return function != nullptr;
+            };
+            bool complete = resolve(loaded.globalInit, "curl_global_init") && resolve(loaded.easyInit, "curl_easy_init")
+                && resolve(loaded.easySetopt, "curl_easy_setopt") && resolve(loaded.easyPerform, "curl_easy_perform")
+                && resolve(loaded.easyGetinfo, "curl_easy_getinfo") && resolve(loaded.easyCleanup, "curl_easy_cleanup")
+                && resolve(loaded.slistAppend, "curl_slist_append") && resolve(loaded.slistFreeAll, "curl_slist_free_all");
+            if (!complete || loaded.globalInit(CURL_GLOBAL_DEFAULT) != CURLE_OK)
+                return nullptr;
+            return &loaded;
+        }();
+        return library;
+    }
+};
+
 struct CurlDeleter {
-    void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+    void operator()(CURL* handle) const { CurlLibrary::shared()->easyCleanup(handle); }
 };
 struct HeaderListDeleter {
-    void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    void operator()(curl_slist* list) const { CurlLibrary::shared()->slistFreeAll(list); }
 };
 using CurlHandle = std::unique_ptr<CURL, CurlDeleter>;
 using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
@@ -44,11 +88,6 @@ size_t appendBody(char* data, size_t size, size_t count, void* context)
     return length;
 }
 
-void initialiseCurlOnce()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { curl_global_init(CURL_GLOBAL_DEFAULT); });
-}
 
 } // namespace
 
@@ -58,31 +97,33 @@ std::variant<std::vector<Container>, ContainerReadFailure> ContainerEngineSocket
 {
     if (socketPath.size() >= socketPathLimit)
         return ContainerReadFailure::socketPathTooLong;
-    initialiseCurlOnce();
-    CurlHandle curl(curl_easy_init());
+    const auto* library = CurlLibrary::shared();
+    if (!library)
+        return ContainerReadFailure::noHttpLibrary;
+    CurlHandle curl(library->easyInit());
     if (!curl)
-        return ContainerReadFailure::badAnswer;
+        return ContainerReadFailure::noHttpLibrary;
 
     // curl writes its request line and Host from the address; "Accept:" with no value removes its
     // default header, so the bytes on the wire are exactly the fixed request.
-    HeaderList headers(curl_slist_append(nullptr, "Accept:"));
-    headers.reset(curl_slist_append(headers.release(), "Connection: close"));
+    HeaderList headers(library->slistAppend(nullptr, "Accept:"));
+    headers.reset(library->slistAppend(headers.release(), "Connection: close"));
     Body body;
     auto milliseconds = static_cast<long>(timeout.count() * 1000);
-    curl_easy_setopt(curl.get(), CURLOPT_UNIX_SOCKET_PATH, socketPath.c_str());
-    curl_easy_setopt(curl.get(), CURLOPT_URL, "http://docker/containers/json");
-    curl_easy_setopt(curl.get(), CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
-    curl_easy_setopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEFUNCTION, appendBody);
-    curl_easy_setopt(curl.get(), CURLOPT_WRITEDATA, &body);
-    curl_easy_setopt(curl.get(), CURLOPT_TIMEOUT_MS, milliseconds);
-    curl_easy_setopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, milliseconds);
+    library->easySetopt(curl.get(), CURLOPT_UNIX_SOCKET_PATH, socketPath.c_str());
+    library->easySetopt(curl.get(), CURLOPT_URL, "http://docker/containers/json");
+    library->easySetopt(curl.get(), CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+    library->easySetopt(curl.get(), CURLOPT_HTTPHEADER, headers.get());
+    library->easySetopt(curl.get(), CURLOPT_WRITEFUNCTION, appendBody);
+    library->easySetopt(curl.get(), CURLOPT_WRITEDATA, &body);
+    library->easySetopt(curl.get(), CURLOPT_TIMEOUT_MS, milliseconds);
+    library->easySetopt(curl.get(), CURLOPT_CONNECTTIMEOUT_MS, milliseconds);
     // Worker threads: no signals for time-outs.
-    curl_easy_setopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
-    curl_easy_setopt(curl.get(), CURLOPT_PROXY, "");
-    curl_easy_setopt(curl.get(), CURLOPT_FOLLOWLOCATION, 0L);
+    library->easySetopt(curl.get(), CURLOPT_NOSIGNAL, 1L);
+    library->easySetopt(curl.get(), CURLOPT_PROXY, "");
+    library->easySetopt(curl.get(), CURLOPT_FOLLOWLOCATION, 0L);
 
-    CURLcode result = curl_easy_perform(curl.get());
+    CURLcode result = library->easyPerform(curl.get());
     switch (result) {
     case CURLE_OK:
         break;
@@ -94,7 +135,7 @@ std::variant<std::vector<Container>, ContainerReadFailure> ContainerEngineSocket
         return ContainerReadFailure::badAnswer;
     }
     long status = 0;
-    curl_easy_getinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
+    library->easyGetinfo(curl.get(), CURLINFO_RESPONSE_CODE, &status);
     if (status != 200 || body.tooLarge)
         return ContainerReadFailure::badAnswer;
     auto containers = decodeContainerList(body.text);

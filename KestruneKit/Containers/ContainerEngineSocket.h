@@ -20,6 +20,8 @@ enum class ContainerReadFailure {
     timedOut,
     // An answer that is not a 200 with a JSON array, or one cut short.
     badAnswer,
+    // libcurl could not be loaded.
+    noHttpLibrary,
 };
 
 [[nodiscard]] std::string_view toString(ContainerReadFailure failure);

@@ -1,6 +1,7 @@
 #include "KestruneKit/Repositories/RepositoryReader.h"
 
 #include <cerrno>
+#include <future>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -164,6 +165,10 @@ RepositoryState RepositoryReader::read(const std::string& folder, Date now) cons
         return state;
     }
 
+    // The remotes and the git folder do not depend on the status, so they are asked for while git
+    // status walks the working copy: a read then takes about as long as git status alone.
+    auto remotes = std::async(std::launch::async, [&] { return git({ "-C", folder, "remote" }, quickTimeout); });
+    auto gitFolder = std::async(std::launch::async, [&] { return git({ "-C", folder, "rev-parse", "--absolute-git-dir" }, quickTimeout); });
     auto status = git({ "-C", folder, "status", "--porcelain=v2", "--branch", "-z" }, statusTimeout);
     if (status.failure) {
         switch (*status.failure) {
@@ -185,9 +190,9 @@ RepositoryState RepositoryReader::read(const std::string& folder, Date now) cons
     }
 
     RepositoryStatus reading = parseRepositoryStatus(status.output);
-    if (auto remotes = git({ "-C", folder, "remote" }, quickTimeout); remotes.succeeded()) {
+    if (auto remoteRun = remotes.get(); remoteRun.succeeded()) {
         size_t start = 0;
-        const auto& text = remotes.output;
+        const auto& text = remoteRun.output;
         while (start < text.size()) {
             auto end = text.find('\n', start);
             if (end == std::string::npos)
@@ -197,8 +202,8 @@ RepositoryState RepositoryReader::read(const std::string& folder, Date now) cons
             start = end + 1;
         }
     }
-    if (auto gitFolder = git({ "-C", folder, "rev-parse", "--absolute-git-dir" }, quickTimeout); gitFolder.succeeded())
-        reading.operation = operationFromGitFolder(trimmed(gitFolder.output));
+    if (auto gitFolderRun = gitFolder.get(); gitFolderRun.succeeded())
+        reading.operation = operationFromGitFolder(trimmed(gitFolderRun.output));
     state.reading = std::move(reading);
     return state;
 }
