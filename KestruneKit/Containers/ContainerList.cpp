@@ -2,6 +2,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
 #include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
@@ -26,18 +27,6 @@ constexpr RawNames<ContainerAction, 3> actionNames { { {
 } } };
 
 using Json = nlohmann::json;
-
-std::string text(const Json& object, const char* key)
-{
-    auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string {};
-}
-
-int integer(const Json& object, const char* key)
-{
-    auto found = object.find(key);
-    return found != object.end() && found->is_number_integer() ? found->get<int>() : 0;
-}
 
 bool isLocalAddress(std::string_view address)
 {
@@ -99,21 +88,21 @@ std::optional<std::vector<Container>> decodeContainerList(std::string_view body)
         if (!element.is_object())
             continue;
         Container container;
-        container.id = text(element, "Id");
+        container.id = jsonText(element, "Id");
         if (auto names = element.find("Names"); names != element.end() && names->is_array())
             for (const auto& name : *names)
                 if (name.is_string()) {
                     auto value = name.get<std::string>();
                     container.names.push_back(value.starts_with('/') ? value.substr(1) : value);
                 }
-        container.image = text(element, "Image");
-        container.rawState = text(element, "State");
+        container.image = jsonText(element, "Image");
+        container.rawState = jsonText(element, "State");
         container.state = containerStateFromString(container.rawState);
-        container.status = text(element, "Status");
+        container.status = jsonText(element, "Status");
         if (auto ports = element.find("Ports"); ports != element.end() && ports->is_array())
             for (const auto& port : *ports)
                 if (port.is_object())
-                    container.ports.push_back({ text(port, "IP"), integer(port, "PrivatePort"), integer(port, "PublicPort"), text(port, "Type") });
+                    container.ports.push_back({ jsonText(port, "IP"), jsonInteger(port, "PrivatePort"), jsonInteger(port, "PublicPort"), jsonText(port, "Type") });
         if (auto labels = element.find("Labels"); labels != element.end() && labels->is_object())
             for (const auto& [key, value] : labels->items())
                 if (value.is_string())

@@ -2,23 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
+
 namespace kestrune {
 
 namespace {
 
 using Json = nlohmann::json;
-
-std::string text(const Json& object, const char* key)
-{
-    auto found = object.find(key);
-    return found != object.end() && found->is_string() ? found->get<std::string>() : std::string {};
-}
-
-int integer(const Json& object, const char* key)
-{
-    auto found = object.find(key);
-    return found != object.end() && found->is_number_integer() ? found->get<int>() : 0;
-}
 
 // A path into nested objects, or null when any step is missing.
 const Json& at(const Json& root, std::initializer_list<const char*> path)
@@ -44,7 +34,7 @@ std::optional<std::string> optionalText(const Json& value)
 PullRequestList decodeList(const Json& search)
 {
     PullRequestList list;
-    list.issueCount = integer(search, "issueCount");
+    list.issueCount = jsonInteger(search, "issueCount");
     const Json& nodes = at(search, { "nodes" });
     if (!nodes.is_array())
         return list;
@@ -55,13 +45,13 @@ PullRequestList decodeList(const Json& search)
         if (list.items.size() == PullRequestList::itemLimit)
             break;
         PullRequest item;
-        item.number = integer(node, "number");
-        item.title = text(node, "title");
-        item.url = text(node, "url");
-        item.updatedAt = text(node, "updatedAt");
+        item.number = jsonInteger(node, "number");
+        item.title = jsonText(node, "title");
+        item.url = jsonText(node, "url");
+        item.updatedAt = jsonText(node, "updatedAt");
         item.isDraft = at(node, { "isDraft" }).is_boolean() && node["isDraft"].get<bool>();
-        item.repository = text(at(node, { "repository" }), "nameWithOwner");
-        item.author = text(at(node, { "author" }), "login");
+        item.repository = jsonText(at(node, { "repository" }), "nameWithOwner");
+        item.author = jsonText(at(node, { "author" }), "login");
         item.reviewDecision = optionalText(at(node, { "reviewDecision" }));
         const Json& commits = at(node, { "commits", "nodes" });
         if (commits.is_array() && !commits.empty())
@@ -139,7 +129,7 @@ std::optional<PullRequestsReport> decodePullRequests(std::string_view answer)
         const Json& data = at(root, { "data" });
         if (!data.is_object() || !at(data, { "viewer" }).is_object())
             return std::nullopt;
-        return PullRequestsReport { text(data["viewer"], "login"), decodeList(at(data, { "review" })), decodeList(at(data, { "mine" })) };
+        return PullRequestsReport { jsonText(data["viewer"], "login"), decodeList(at(data, { "review" })), decodeList(at(data, { "mine" })) };
     });
 }
 
@@ -150,13 +140,13 @@ std::optional<ContributionCalendar> decodeContributionCalendar(std::string_view 
         const Json& calendar = at(viewer, { "contributionsCollection", "contributionCalendar" });
         if (!calendar.is_object())
             return std::nullopt;
-        ContributionCalendar result { text(viewer, "login"), text(viewer, "url"), integer(calendar, "totalContributions"), {} };
+        ContributionCalendar result { jsonText(viewer, "login"), jsonText(viewer, "url"), jsonInteger(calendar, "totalContributions"), {} };
         const Json& weeks = at(calendar, { "weeks" });
         for (const auto& week : weeks.is_array() ? weeks : Json::array()) {
             auto& days = result.weeks.emplace_back();
             const Json& contributionDays = at(week, { "contributionDays" });
             for (const auto& day : contributionDays.is_array() ? contributionDays : Json::array())
-                days.push_back({ text(day, "date"), integer(day, "weekday"), integer(day, "contributionCount"), text(day, "contributionLevel") });
+                days.push_back({ jsonText(day, "date"), jsonInteger(day, "weekday"), jsonInteger(day, "contributionCount"), jsonText(day, "contributionLevel") });
         }
         return result;
     });
@@ -169,7 +159,7 @@ std::optional<std::vector<std::string>> decodeRepositoryNames(std::string_view a
             return std::nullopt;
         std::vector<std::string> names;
         for (const auto& repository : root)
-            if (auto name = text(repository, "full_name"); !name.empty())
+            if (auto name = jsonText(repository, "full_name"); !name.empty())
                 names.push_back(std::move(name));
         return names;
     });
@@ -183,8 +173,8 @@ std::optional<std::vector<WorkflowRun>> decodeWorkflowRuns(std::string_view repo
             return std::nullopt;
         std::vector<WorkflowRun> result;
         for (const auto& run : runs)
-            result.push_back({ std::string(repository), text(run, "name"), text(run, "head_branch"), text(run, "status"),
-                               text(run, "conclusion"), text(run, "html_url"), text(run, "updated_at") });
+            result.push_back({ std::string(repository), jsonText(run, "name"), jsonText(run, "head_branch"), jsonText(run, "status"),
+                               jsonText(run, "conclusion"), jsonText(run, "html_url"), jsonText(run, "updated_at") });
         return result;
     });
 }
