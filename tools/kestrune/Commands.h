@@ -20,5 +20,8 @@ Action addRunCommand(CLI::App& app);
 Action addGitCommand(CLI::App& app);
 Action addPullRequestsCommand(CLI::App& app);
 Action addContainersCommand(CLI::App& app);
+Action addUsageCommand(CLI::App& app);
+Action addStatusLineCommand(CLI::App& app);
+Action addExtractCommand(CLI::App& app);
 
 } // namespace kestrune::cli

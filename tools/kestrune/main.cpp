@@ -21,6 +21,9 @@ int main(int argc, char** argv)
     Action git = addGitCommand(app);
     Action prs = addPullRequestsCommand(app);
     Action containers = addContainersCommand(app);
+    Action usage = addUsageCommand(app);
+    Action statusLine = addStatusLineCommand(app);
+    Action extract = addExtractCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -41,5 +44,11 @@ int main(int argc, char** argv)
         return prs();
     if (app.got_subcommand("containers"))
         return containers();
+    if (app.got_subcommand("usage"))
+        return usage();
+    if (app.got_subcommand("statusline"))
+        return statusLine();
+    if (app.got_subcommand("extract"))
+        return extract();
     return overview();
 }
