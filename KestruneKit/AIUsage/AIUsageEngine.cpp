@@ -4,6 +4,7 @@
 
 #include <fmt/format.h>
 
+#include "KestruneKit/Core/AtomicFile.h"
 #include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
@@ -133,6 +134,9 @@ void AIUsageEngine::start()
 {
     watching_ = true;
     if (configuration_.watches) {
+        // Our own folder, where the status-line script saves the limits: made now so that its
+        // watch is a real one from the start.
+        (void)createFolders(reader_.statusLine().folder);
         auto limitsChanged = poster([](AIUsageEngine& engine, const std::string&) { engine.noteLimitsChange(); });
         auto limits = [limitsChanged] { limitsChanged({}); };
         configWatch_ = std::make_unique<AIUsageFileWatch>(reader_.claudeConfigPath(), limits);
@@ -221,7 +225,6 @@ void AIUsageEngine::count(AIUsageTool tool)
     }
     slot.reading = true;
     slot.work.cancel();
-    publish();
     auto windows = aiUsageWindows(runtime_.now(), localeFirstWeekday());
     auto* counter = slot.counter.get();
     slot.queue->async([&runtime = runtime_, weak = std::weak_ptr(self_), generation = generation_, counter, windows, tool] {
@@ -248,6 +251,8 @@ void AIUsageEngine::count(AIUsageTool tool)
                 engine.count(tool);
         });
     });
+    // Last: an observer may release the engine's demand from its callback.
+    publish();
 }
 
 void AIUsageEngine::noteLimitsChange()

@@ -35,8 +35,10 @@ public:
             thread_.join();
     }
 
-    // False with errno set (ENOSPC when the user's watch limit is reached).
-    bool add(const std::string& folder, int depth)
+    // False with errno set (ENOSPC when the user's watch limit is reached). A folder that
+    // appeared while we watched may have been written to before its watch was in place: its
+    // files are reported as changed.
+    bool add(const std::string& folder, int depth, bool appeared = false)
     {
         int watch = ::inotify_add_watch(inotify_.get(), folder.c_str(), watchedEvents);
         if (watch < 0)
@@ -49,9 +51,11 @@ public:
             return true;
         bool fine = true;
         while (dirent* entry = ::readdir(stream)) {
+            if (appeared && entry->d_type != DT_DIR)
+                changed_(folder + "/" + entry->d_name);
             if (entry->d_type != DT_DIR || !std::strcmp(entry->d_name, ".") || !std::strcmp(entry->d_name, ".."))
                 continue;
-            if (!(fine = add(folder + "/" + entry->d_name, depth + 1)))
+            if (!(fine = add(folder + "/" + entry->d_name, depth + 1, appeared)))
                 break;
         }
         ::closedir(stream);
@@ -92,7 +96,7 @@ private:
                     continue;
                 std::string path = event->len ? folder->second + "/" + event->name : folder->second;
                 if ((event->mask & IN_ISDIR) && (event->mask & (IN_CREATE | IN_MOVED_TO)) && depth_ == AIUsageFolderWatch::Depth::tree)
-                    add(path, 1);
+                    add(path, 1, true);
                 // A burst of writes to one file is one change.
                 if (path != last)
                     changed_(path);

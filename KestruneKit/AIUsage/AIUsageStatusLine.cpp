@@ -70,19 +70,6 @@ std::string resolved(const std::string& path)
     return ::realpath(path.c_str(), buffer) ? std::string(buffer) : path;
 }
 
-bool makeFolders(const std::string& folder)
-{
-    std::string partial;
-    for (size_t at = 1; at <= folder.size(); ++at) {
-        if (at == folder.size() || folder[at] == '/') {
-            partial = folder.substr(0, at);
-            if (::mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
-                return false;
-        }
-    }
-    return true;
-}
-
 } // namespace
 
 std::vector<AIUsageLimit> decodeStatusLineLimits(std::string_view json)
@@ -272,7 +259,7 @@ std::string ClaudeBridge::scriptText() const
 
 std::optional<ClaudeBridge::Failure> ClaudeBridge::writeScript() const
 {
-    if (!makeFolders(place_.folder) || writeFileAtomically(statusLine().script(), scriptText(), 0755))
+    if (!createFolders(place_.folder) || writeFileAtomically(statusLine().script(), scriptText(), 0755))
         return Failure::scriptNotWritten;
     return std::nullopt;
 }
@@ -295,7 +282,7 @@ std::optional<ClaudeBridge::Failure> ClaudeBridge::connect()
     auto previous = settings.find("statusLine");
     // Connecting again must not record our own script as the user's: it would then run itself.
     if (previous == settings.end() || !namesScript(*previous)) {
-        if (!makeFolders(place_.folder))
+        if (!createFolders(place_.folder))
             return Failure::scriptNotWritten;
         OrderedJson value = previous == settings.end() ? OrderedJson(nullptr) : *previous;
         std::string command = value.is_object() && value.value("type", "") == "command" && value.contains("command")
@@ -309,7 +296,7 @@ std::optional<ClaudeBridge::Failure> ClaudeBridge::connect()
         return failure;
 
     settings["statusLine"] = OrderedJson { { "type", "command" }, { "command", status.script() } };
-    if (!existed && !makeFolders(parentFolder(target)))
+    if (!existed && !createFolders(parentFolder(target)))
         return Failure::settingsNotWritten;
     if (writeFileAtomically(target, settings.dump(2) + "\n"))
         return Failure::settingsNotWritten;

@@ -55,7 +55,7 @@ public:
     [[nodiscard]] AIUsageTokenUse finish();
 
 private:
-    const AIUsageWindows& windows_;
+    AIUsageWindows windows_;
     AIUsageTokenUse use_;
     std::optional<int64_t> lastUsed_;
     // Replies of the last 24 hours, ordered only at the end to find the open block.

@@ -20,6 +20,18 @@ std::string parentFolder(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
+bool createFolders(const std::string& folder)
+{
+    for (size_t at = 1; at <= folder.size(); ++at) {
+        if (at == folder.size() || folder[at] == '/') {
+            std::string partial = folder.substr(0, at);
+            if (::mkdir(partial.c_str(), 0755) != 0 && errno != EEXIST)
+                return false;
+        }
+    }
+    return true;
+}
+
 std::optional<int> writeFileAtomically(const std::string& path, const std::string& bytes, std::optional<mode_t> mode)
 {
     if (!mode) {

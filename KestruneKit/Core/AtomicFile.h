@@ -16,6 +16,9 @@ namespace kestrune {
 // The whole file, or none when it cannot be read.
 [[nodiscard]] std::optional<std::string> readWholeFile(const std::string& path);
 
+// Creates the folder and any missing folders above it; false when one cannot be made.
+[[nodiscard]] bool createFolders(const std::string& folder);
+
 // The folder of a path ("." for a bare name).
 [[nodiscard]] std::string parentFolder(const std::string& path);
 

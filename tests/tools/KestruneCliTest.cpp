@@ -14,10 +14,10 @@ struct CliRun {
     std::string error;
 };
 
-CliRun kestrune(std::vector<std::string> arguments)
+CliRun kestrune(std::vector<std::string> arguments, const Environment& overrides = {})
 {
     DevToolBox box;
-    auto run = box.run(DevTool { "kestrune", { KESTRUNE_CLI } }, arguments, std::nullopt, {}, Seconds(60));
+    auto run = box.run(DevTool { "kestrune", { KESTRUNE_CLI } }, arguments, std::nullopt, overrides, Seconds(60));
     EXPECT_EQ(run.failure, std::nullopt);
     return { run.status, run.output, run.errorOutput };
 }
@@ -102,6 +102,41 @@ TEST(KestruneCli, PrsPrintsBothListsThroughTheGivenClient)
     auto missing = kestrune({ "prs", "--json", "--gh", folder.file("no-gh") });
     EXPECT_EQ(missing.status, 1);
     EXPECT_EQ(nlohmann::json::parse(missing.output)["failure"], "noClient");
+}
+
+TEST(KestruneCli, UsageCountsTheHomeFoldersToolsAndStatusLineConnects)
+{
+    test::TemporaryFolder home;
+    Environment environment { { "HOME", home.path() }, { "XDG_DATA_HOME", "" }, { "TZ", "UTC" } };
+    auto none = kestrune({ "usage" }, environment);
+    EXPECT_EQ(none.status, 0);
+    EXPECT_EQ(none.output, "No AI tools found\nClaude Code’s and Codex’s limits, and Gemini CLI’s, OpenCode’s, Copilot CLI’s and Droid’s "
+                           "tokens, show here once one is on this Mac\n");
+
+    auto now = std::chrono::system_clock::now();
+    std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+    char stamp[32];
+    std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&seconds));
+    home.write(".claude/projects/-p/s.jsonl",
+               std::string(R"({"type":"assistant","message":{"id":"m","usage":{"input_tokens":1200,"output_tokens":34}},"requestId":"r","timestamp":")")
+                   + stamp + "\"}\n");
+    auto usage = kestrune({ "usage", "--json", "--tool", "claude" }, environment);
+    ASSERT_EQ(usage.status, 0) << usage.error;
+    auto reports = nlohmann::json::parse(usage.output)["reports"];
+    ASSERT_EQ(reports.size(), 1u);
+    EXPECT_EQ(reports[0]["tool"], "claude");
+    EXPECT_EQ(reports[0]["tokens"]["week"], 1234);
+    EXPECT_EQ(reports[0]["tokens"]["window"], 1234);
+    EXPECT_EQ(reports[0]["tokens"]["days"].size(), 7u);
+    EXPECT_EQ(kestrune({ "usage", "--tool", "cursor" }, environment).status, 2);
+
+    ASSERT_EQ(kestrune({ "statusline", "connect" }, environment).status, 0);
+    auto script = home.path() + "/.local/share/kestrune-dock/claude-statusline.sh";
+    EXPECT_EQ(test::shell(home.path(), "echo '{\"rate_limits\":{\"seven_day\":{\"used_percentage\":9.5}}}' | '" + script + "'"),
+              "week 10%\n");
+    EXPECT_NE(kestrune({ "statusline" }, environment).output.find("connected: yes"), std::string::npos);
+    ASSERT_EQ(kestrune({ "statusline", "disconnect" }, environment).status, 0);
+    EXPECT_EQ(test::readFile(home.path() + "/.claude/settings.json"), "{}\n");
 }
 
 } // namespace
