@@ -57,9 +57,8 @@ void AIUsageClaudeCounter::consume(const std::string& /*path*/, std::string_view
     // text, so each candidate line is parsed and its own top-level type decides.
     size_t at = 0;
     while ((at = search_.find(lines, at)) != std::string_view::npos) {
-        size_t start = at;
-        while (start > 0 && lines[start - 1] != '\n')
-            --start;
+        const auto* newline = static_cast<const char*>(::memrchr(lines.data(), '\n', at));
+        size_t start = newline ? static_cast<size_t>(newline - lines.data()) + 1 : 0;
         const auto* end = static_cast<const char*>(std::memchr(lines.data() + at, '\n', lines.size() - at));
         size_t stop = end ? static_cast<size_t>(end - lines.data()) : lines.size();
         countLine(lines.data() + start, stop - start, readable - start, windows);

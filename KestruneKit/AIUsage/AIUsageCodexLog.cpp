@@ -155,9 +155,8 @@ void AIUsageCodexLog::consume(const std::string& /*path*/, std::string_view line
         size_t at = std::min(tokenAt, limitsAt);
         if (at == std::string_view::npos)
             return;
-        size_t lineStart = at;
-        while (lineStart > start && lines[lineStart - 1] != '\n')
-            --lineStart;
+        const auto* newline = static_cast<const char*>(::memrchr(lines.data() + start, '\n', at - start));
+        size_t lineStart = newline ? static_cast<size_t>(newline - lines.data()) + 1 : start;
         const auto* end = static_cast<const char*>(std::memchr(lines.data() + at, '\n', lines.size() - at));
         size_t stop = end ? static_cast<size_t>(end - lines.data()) : lines.size();
         readLine(lines.data() + lineStart, stop - lineStart, readable - lineStart, windows);

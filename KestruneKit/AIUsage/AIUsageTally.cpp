@@ -158,26 +158,51 @@ AIUsageTokenUse AIUsageTally::finish()
 
 bool AIUsageReplies::note(std::string_view identity, int64_t time, int64_t tokens)
 {
-    auto found = replies_.find(identity);
-    if (found == replies_.end()) {
-        replies_.emplace(std::string(identity), Reply { time, tokens });
+    auto found = index_.find(identity);
+    if (found == index_.end()) {
+        index_.emplace(std::string(identity), static_cast<uint32_t>(replies_.size()));
+        replies_.push_back({ time, tokens });
+        oldest_ = std::min(oldest_, time);
         return true;
     }
-    if (tokens <= found->second.tokens)
+    auto& reply = replies_[found->second];
+    if (tokens <= reply.tokens)
         return false;
-    found->second.tokens = tokens;
+    reply.tokens = tokens;
     return true;
 }
 
 void AIUsageReplies::prune(int64_t earliest)
 {
-    std::erase_if(replies_, [earliest](const auto& entry) { return entry.second.time < earliest; });
+    if (earliest <= oldest_)
+        return;
+    std::vector<Reply> kept;
+    oldest_ = INT64_MAX;
+    for (auto entry = index_.begin(); entry != index_.end();) {
+        const auto& reply = replies_[entry->second];
+        if (reply.time < earliest) {
+            entry = index_.erase(entry);
+            continue;
+        }
+        entry->second = static_cast<uint32_t>(kept.size());
+        kept.push_back(reply);
+        oldest_ = std::min(oldest_, reply.time);
+        ++entry;
+    }
+    replies_ = std::move(kept);
+}
+
+void AIUsageReplies::clear()
+{
+    index_.clear();
+    replies_.clear();
+    oldest_ = INT64_MAX;
 }
 
 AIUsageTokenUse AIUsageReplies::tally(const AIUsageWindows& windows) const
 {
     AIUsageTally tally(windows);
-    for (const auto& [identity, reply] : replies_)
+    for (const auto& reply : replies_)
         tally.add(reply.time, reply.tokens);
     return tally.finish();
 }

@@ -16,7 +16,7 @@ namespace {
 
 // Reads of 256 KiB: large enough that a read costs little beside the search, small enough to
 // stay in the second-level cache.
-constexpr size_t chunkSize = 256 * 1024;
+constexpr size_t chunkSize = 1024 * 1024;
 // A line longer than this (a tool's output, never a reply) is stepped over unread, so that one
 // huge line cannot make the count hold it in memory.
 constexpr size_t longestLine = 16 * 1024 * 1024;
