@@ -23,5 +23,7 @@ Action addContainersCommand(CLI::App& app);
 Action addUsageCommand(CLI::App& app);
 Action addStatusLineCommand(CLI::App& app);
 Action addExtractCommand(CLI::App& app);
+Action addStatsCommand(CLI::App& app);
+Action addSMCCommand(CLI::App& app);
 
 } // namespace kestrune::cli

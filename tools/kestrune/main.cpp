@@ -24,6 +24,8 @@ int main(int argc, char** argv)
     Action usage = addUsageCommand(app);
     Action statusLine = addStatusLineCommand(app);
     Action extract = addExtractCommand(app);
+    Action stats = addStatsCommand(app);
+    Action smc = addSMCCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -50,5 +52,9 @@ int main(int argc, char** argv)
         return statusLine();
     if (app.got_subcommand("extract"))
         return extract();
+    if (app.got_subcommand("stats"))
+        return stats();
+    if (app.got_subcommand("smc"))
+        return smc();
     return overview();
 }
