@@ -103,7 +103,9 @@ SystemStatsProbe::Memory SystemStatsProbe::readMemory()
     if (!text)
         return {};
     auto memory = parseMeminfo(*text);
-    auto stall = readInto("/proc/pressure/memory", platform_->buffer);
+    // Built once: a path this long would otherwise cost an allocation per sample.
+    static const std::string pressure = "/proc/pressure/memory";
+    auto stall = readInto(pressure, platform_->buffer);
     memory.pressure = memory.total ? parsePressureStall(stall) : SystemStatsPressure::unknown;
     return memory;
 }

@@ -139,5 +139,25 @@ TEST(KestruneCli, UsageCountsTheHomeFoldersToolsAndStatusLineConnects)
     EXPECT_EQ(test::readFile(home.path() + "/.claude/settings.json"), "{}\n");
 }
 
+TEST(KestruneCli, StatsPrintsSamplesAndSmcDecodes)
+{
+    auto stats = kestrune({ "stats", "--json", "--count", "2", "--interval", "0.5" });
+    ASSERT_EQ(stats.status, 0) << stats.error;
+    size_t lines = 0;
+    for (size_t start = 0, end; (end = stats.output.find('\n', start)) != std::string::npos; start = end + 1, ++lines) {
+        auto reading = nlohmann::json::parse(stats.output.substr(start, end - start));
+        EXPECT_GT(reading["memoryTotal"].get<uint64_t>(), 0u);
+        EXPECT_FALSE(reading["cores"].empty()) << "the baseline sample is not printed";
+        EXPECT_TRUE(reading.contains("diskFree"));
+    }
+    EXPECT_EQ(lines, 2u);
+
+    auto decoded = kestrune({ "smc", "decode", "sp78", "1a80" });
+    EXPECT_EQ(decoded.status, 0);
+    EXPECT_EQ(decoded.output, "26.5\n");
+    EXPECT_EQ(kestrune({ "smc", "decode", "fp87", "1a80" }).status, 1);
+    EXPECT_EQ(kestrune({ "smc", "decode", "sp78", "1a8" }).status, 2);
+}
+
 } // namespace
 } // namespace kestrune
