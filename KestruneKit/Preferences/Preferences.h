@@ -1,0 +1,96 @@
+#pragma once
+// OVERVIEW
+// Typed settings per domain, as the dock and its widgets keep them: bool, integer, double,
+// string, string list and data. On macOS the standard preferences system; on Linux one JSON file
+// per domain under $XDG_CONFIG_HOME/kestrune-dock/, written atomically under a lock so that two
+// processes writing the same domain never lose each other's keys.
+//
+// TYPICAL USAGE
+//   auto preferences = Preferences::open("app.quillane.dock");
+//   preferences->set("iconSize", 48.0);
+//   double size = preferences->doubleValue("iconSize").value_or(64);
+//
+// Main thread only. A change made here is on disk when `set` returns; `synchronize` also takes
+// in what other processes wrote since.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+namespace kestrune {
+
+// Bytes, kept apart from text (the widget list is JSON stored as data, as on macOS).
+struct PreferenceData {
+    std::string bytes;
+    bool operator==(const PreferenceData&) const = default;
+};
+
+using PreferenceValue = std::variant<bool, int64_t, double, std::string, std::vector<std::string>, PreferenceData>;
+
+class Preferences {
+public:
+    virtual ~Preferences() = default;
+
+    // The platform's store for a domain.
+    [[nodiscard]] static std::unique_ptr<Preferences> open(const std::string& domain);
+
+    [[nodiscard]] virtual std::optional<PreferenceValue> value(std::string_view key) const = 0;
+    virtual void set(std::string_view key, PreferenceValue value) = 0;
+    virtual void remove(std::string_view key) = 0;
+    // Writes what is pending and reads what others wrote; false when the store cannot be written.
+    virtual bool synchronize() = 0;
+
+    // Typed reads: none when the key is missing or holds another type. Numbers convert between
+    // integer and double, as the standard preferences system does.
+    [[nodiscard]] std::optional<bool> boolValue(std::string_view key) const;
+    [[nodiscard]] std::optional<int64_t> integerValue(std::string_view key) const;
+    [[nodiscard]] std::optional<double> doubleValue(std::string_view key) const;
+    [[nodiscard]] std::optional<std::string> stringValue(std::string_view key) const;
+    [[nodiscard]] std::optional<std::vector<std::string>> stringListValue(std::string_view key) const;
+    [[nodiscard]] std::optional<PreferenceData> dataValue(std::string_view key) const;
+
+    // Called with the key after each change, whoever made it (this object, or another process
+    // as seen by `synchronize`). Returns an id for `removeObserver`.
+    uint64_t addObserver(std::function<void(const std::string& key)> observer);
+    void removeObserver(uint64_t id);
+
+protected:
+    void notify(const std::string& key);
+
+private:
+    std::map<uint64_t, std::function<void(const std::string&)>> observers_;
+    uint64_t nextObserver_ = 1;
+};
+
+// The Linux store, also usable anywhere for tests and tools: one JSON file.
+class JSONFilePreferences final : public Preferences {
+public:
+    explicit JSONFilePreferences(std::string path);
+    [[nodiscard]] static std::string folder();
+
+    [[nodiscard]] std::optional<PreferenceValue> value(std::string_view key) const override;
+    void set(std::string_view key, PreferenceValue value) override;
+    void remove(std::string_view key) override;
+    bool synchronize() override;
+    [[nodiscard]] const std::string& path() const { return path_; }
+    // Where a damaged file was kept aside when it was last loaded; empty when none was.
+    [[nodiscard]] const std::string& setAside() const { return setAside_; }
+
+private:
+    // Under the domain's lock: read the file, apply `change` to it, write it back.
+    bool update(const std::function<void()>& change);
+    void load();
+
+    std::string path_;
+    std::string setAside_;
+    // Everything in the file, our keys and keys we do not know, as JSON text per key, in order.
+    std::map<std::string, std::string, std::less<>> entries_;
+};
+
+} // namespace kestrune

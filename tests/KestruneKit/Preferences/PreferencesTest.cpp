@@ -1,0 +1,103 @@
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "KestruneKit/Preferences/Preferences.h"
+#include "tests/helpers/TestSupport.h"
+
+namespace kestrune {
+namespace {
+
+class PreferencesTest : public ::testing::Test {
+protected:
+    test::TemporaryFolder folder;
+    std::string path = folder.path() + "/prefs/app.quillane.dock.json";
+};
+
+TEST_F(PreferencesTest, KeepsEveryTypeApartAndEveryUnknownKey)
+{
+    folder.write("prefs/app.quillane.dock.json", R"({"zeta": {"nested": [1, null]}, "edge": "left"})");
+    JSONFilePreferences preferences(path);
+    preferences.set("iconSize", 48.0);
+    preferences.set("count", int64_t(3));
+    preferences.set("magnification", true);
+    preferences.set("pinned", std::vector<std::string> { "a.desktop", "b.desktop" });
+    preferences.set("widgets", PreferenceData { std::string("[{\"id\":1}]\0\xff", 13) });
+    preferences.set("text", std::string("[{\"id\":1}]"));
+
+    JSONFilePreferences reread(path);
+    EXPECT_EQ(reread.doubleValue("iconSize"), 48.0);
+    EXPECT_EQ(reread.value("iconSize"), PreferenceValue(48.0)) << "a whole double stays a double";
+    EXPECT_EQ(reread.integerValue("count"), 3);
+    EXPECT_EQ(reread.doubleValue("count"), 3.0);
+    EXPECT_EQ(reread.boolValue("magnification"), true);
+    EXPECT_EQ(reread.stringListValue("pinned"), (std::vector<std::string> { "a.desktop", "b.desktop" }));
+    EXPECT_EQ(reread.dataValue("widgets")->bytes, std::string("[{\"id\":1}]\0\xff", 13));
+    EXPECT_EQ(reread.dataValue("text"), std::nullopt) << "text is not data";
+    EXPECT_EQ(reread.stringValue("widgets"), std::nullopt) << "data is not text";
+    EXPECT_EQ(reread.stringValue("edge"), "left");
+    EXPECT_EQ(reread.value("zeta"), std::nullopt);
+    auto file = nlohmann::json::parse(test::readFile(path));
+    EXPECT_EQ(file["zeta"], nlohmann::json::parse(R"({"nested": [1, null]})")) << "a key we do not know survives";
+
+    reread.remove("count");
+    EXPECT_EQ(JSONFilePreferences(path).value("count"), std::nullopt);
+}
+
+TEST_F(PreferencesTest, ADamagedFileIsKeptAsideAndTheDomainStartsEmpty)
+{
+    folder.write("prefs/app.quillane.dock.json", "{\"iconSize\": 48,");
+    JSONFilePreferences preferences(path);
+    EXPECT_EQ(preferences.value("iconSize"), std::nullopt);
+    ASSERT_FALSE(preferences.setAside().empty());
+    EXPECT_EQ(test::readFile(preferences.setAside()), "{\"iconSize\": 48,");
+    preferences.set("iconSize", 40.0);
+    EXPECT_EQ(JSONFilePreferences(path).doubleValue("iconSize"), 40.0);
+}
+
+TEST_F(PreferencesTest, TwoProcessesWritingTheSameDomainLoseNothing)
+{
+    std::vector<pid_t> children;
+    for (int writer = 0; writer < 4; ++writer) {
+        pid_t child = ::fork();
+        if (child == 0) {
+            JSONFilePreferences preferences(path);
+            for (int key = 0; key < 25; ++key)
+                preferences.set("w" + std::to_string(writer) + "k" + std::to_string(key), int64_t(key));
+            ::_exit(0);
+        }
+        children.push_back(child);
+    }
+    for (pid_t child : children) {
+        int status = 0;
+        ASSERT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0);
+    }
+    JSONFilePreferences preferences(path);
+    for (int writer = 0; writer < 4; ++writer)
+        for (int key = 0; key < 25; ++key)
+            EXPECT_EQ(preferences.integerValue("w" + std::to_string(writer) + "k" + std::to_string(key)), key);
+}
+
+TEST_F(PreferencesTest, ObserversHearTheirOwnChangesAndOthersOnSynchronize)
+{
+    JSONFilePreferences mine(path), theirs(path);
+    std::vector<std::string> heard;
+    auto id = mine.addObserver([&](const std::string& key) { heard.push_back(key); });
+    mine.set("edge", std::string("left"));
+    theirs.set("iconSize", 40.0);
+    EXPECT_EQ(heard, std::vector<std::string> { "edge" });
+    EXPECT_TRUE(mine.synchronize());
+    EXPECT_EQ(heard, (std::vector<std::string> { "edge", "iconSize" }));
+    EXPECT_EQ(mine.doubleValue("iconSize"), 40.0);
+    mine.removeObserver(id);
+    mine.set("edge", std::string("right"));
+    EXPECT_EQ(heard.size(), 2u);
+}
+
+} // namespace
+} // namespace kestrune
