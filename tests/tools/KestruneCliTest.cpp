@@ -157,6 +157,9 @@ TEST(KestruneCli, StatsPrintsSamplesAndSmcDecodes)
     EXPECT_EQ(decoded.output, "26.5\n");
     EXPECT_EQ(kestrune({ "smc", "decode", "fp87", "1a80" }).status, 1);
     EXPECT_EQ(kestrune({ "smc", "decode", "sp78", "1a8" }).status, 2);
+    auto restore = kestrune({ "dock", "restore" });
+    EXPECT_EQ(restore.status, 0);
+    EXPECT_NE(restore.output.find("no system dock"), std::string::npos);
 }
 
 } // namespace

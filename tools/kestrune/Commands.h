@@ -25,5 +25,6 @@ Action addStatusLineCommand(CLI::App& app);
 Action addExtractCommand(CLI::App& app);
 Action addStatsCommand(CLI::App& app);
 Action addSMCCommand(CLI::App& app);
+Action addDockCommand(CLI::App& app);
 
 } // namespace kestrune::cli

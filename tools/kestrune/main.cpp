@@ -26,6 +26,7 @@ int main(int argc, char** argv)
     Action extract = addExtractCommand(app);
     Action stats = addStatsCommand(app);
     Action smc = addSMCCommand(app);
+    Action dock = addDockCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -56,5 +57,7 @@ int main(int argc, char** argv)
         return stats();
     if (app.got_subcommand("smc"))
         return smc();
+    if (app.got_subcommand("dock"))
+        return dock();
     return overview();
 }
