@@ -2,13 +2,9 @@
 
 #include <cstring>
 
-#include <simdjson.h>
+#include "KestruneKit/AIUsage/AIUsageJSONLine.h"
 
 namespace kestrune {
-
-static_assert(aiUsageReadPadding >= simdjson::SIMDJSON_PADDING);
-
-namespace ondemand = simdjson::ondemand;
 
 struct AIUsageClaudeCounter::Parser {
     ondemand::parser parser;
@@ -55,24 +51,16 @@ void AIUsageClaudeCounter::consume(const std::string& /*path*/, std::string_view
 {
     // The search finds candidates only: the same bytes sit inside embedded copies and inside
     // text, so each candidate line is parsed and its own top-level type decides.
-    size_t at = 0;
-    while ((at = search_.find(lines, at)) != std::string_view::npos) {
-        const auto* newline = static_cast<const char*>(::memrchr(lines.data(), '\n', at));
-        size_t start = newline ? static_cast<size_t>(newline - lines.data()) + 1 : 0;
-        const auto* end = static_cast<const char*>(std::memchr(lines.data() + at, '\n', lines.size() - at));
-        size_t stop = end ? static_cast<size_t>(end - lines.data()) : lines.size();
-        countLine(lines.data() + start, stop - start, readable - start, windows);
-        at = stop + 1;
-    }
+    forEachLineHolding(lines, { &search_ }, [&](size_t start, size_t length) {
+        countLine(lines.data() + start, length, readable - start, windows);
+    });
 }
 
 void AIUsageClaudeCounter::countLine(const char* line, size_t length, size_t readable, const AIUsageWindows& windows)
 {
     ondemand::document document;
-    if (parser_->parser.iterate(line, length, readable).get(document))
-        return;
     ondemand::object object;
-    if (document.get_object().get(object))
+    if (!openObject(parser_->parser, line, length, readable, document, object))
         return;
     std::string_view type, timestamp, requestId, messageId;
     int64_t tokens = -1;

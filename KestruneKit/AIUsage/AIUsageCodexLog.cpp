@@ -7,13 +7,10 @@
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 #include <nlohmann/json.hpp>
-#include <simdjson.h>
-
+#include "KestruneKit/AIUsage/AIUsageJSONLine.h"
 #include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
-
-namespace ondemand = simdjson::ondemand;
 
 struct AIUsageCodexLog::Parser {
     ondemand::parser parser;
@@ -148,29 +145,16 @@ void AIUsageCodexLog::reset()
 
 void AIUsageCodexLog::consume(const std::string& /*path*/, std::string_view lines, size_t readable, const AIUsageWindows& windows)
 {
-    size_t start = 0;
-    while (start < lines.size()) {
-        size_t tokenAt = tokenSearch_.find(lines, start);
-        size_t limitsAt = limitsSearch_.find(lines, start);
-        size_t at = std::min(tokenAt, limitsAt);
-        if (at == std::string_view::npos)
-            return;
-        const auto* newline = static_cast<const char*>(::memrchr(lines.data() + start, '\n', at - start));
-        size_t lineStart = newline ? static_cast<size_t>(newline - lines.data()) + 1 : start;
-        const auto* end = static_cast<const char*>(std::memchr(lines.data() + at, '\n', lines.size() - at));
-        size_t stop = end ? static_cast<size_t>(end - lines.data()) : lines.size();
-        readLine(lines.data() + lineStart, stop - lineStart, readable - lineStart, windows);
-        start = stop + 1;
-    }
+    forEachLineHolding(lines, { &tokenSearch_, &limitsSearch_ }, [&](size_t start, size_t length) {
+        readLine(lines.data() + start, length, readable - start, windows);
+    });
 }
 
 void AIUsageCodexLog::readLine(const char* line, size_t length, size_t readable, const AIUsageWindows& windows)
 {
     ondemand::document document;
-    if (parser_->parser.iterate(line, length, readable).get(document))
-        return;
     ondemand::object object;
-    if (document.get_object().get(object))
+    if (!openObject(parser_->parser, line, length, readable, document, object))
         return;
     std::string_view timestamp;
     bool isTokenCount = false;

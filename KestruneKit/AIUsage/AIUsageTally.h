@@ -11,9 +11,12 @@
 // Times are milliseconds since 1970 throughout: the logs say them so, and integer arithmetic
 // keeps the sums exact.
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
+#include <cstring>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -104,5 +107,27 @@ private:
     size_t first_ = 0;
     size_t second_ = 0;
 };
+
+// Calls visit(start, length) for each whole line of `lines` that holds any of the needles, in
+// order, each line once. Lines end with '\n' or at the end of `lines`.
+template<typename Visit>
+void forEachLineHolding(std::string_view lines, std::initializer_list<const AIUsageByteSearch*> searches, Visit&& visit)
+{
+    const char* data = lines.data();
+    size_t from = 0;
+    while (from < lines.size()) {
+        size_t at = std::string_view::npos;
+        for (const auto* search : searches)
+            at = std::min(at, search->find(lines, from));
+        if (at == std::string_view::npos)
+            return;
+        const auto* newline = static_cast<const char*>(::memrchr(data + from, '\n', at - from));
+        size_t start = newline ? static_cast<size_t>(newline - data) + 1 : from;
+        const auto* end = static_cast<const char*>(std::memchr(data + at, '\n', lines.size() - at));
+        size_t stop = end ? static_cast<size_t>(end - data) : lines.size();
+        visit(start, stop - start);
+        from = stop + 1;
+    }
+}
 
 } // namespace kestrune
