@@ -37,28 +37,6 @@ std::string_view toString(AIUsageEngine::AsksCodex asks) { return asksCodexNames
 std::optional<AIUsageEngine::AsksCodex> asksCodexFromString(std::string_view raw) { return asksCodexNames.value(raw); }
 std::string_view toString(AIUsageEngine::Demand::Tokens tokens) { return tokensNames.name(tokens); }
 
-AIUsageEngine::Demand::Demand(Demand&& other) noexcept : engine_(std::move(other.engine_)), id_(std::exchange(other.id_, 0)) {}
-
-AIUsageEngine::Demand& AIUsageEngine::Demand::operator=(Demand&& other) noexcept
-{
-    if (this != &other) {
-        release();
-        engine_ = std::move(other.engine_);
-        id_ = std::exchange(other.id_, 0);
-    }
-    return *this;
-}
-
-AIUsageEngine::Demand::~Demand() { release(); }
-
-void AIUsageEngine::Demand::release()
-{
-    if (auto engine = engine_.lock(); engine && id_)
-        (*engine)->release(id_);
-    engine_.reset();
-    id_ = 0;
-}
-
 AIUsageEngine::AIUsageEngine(Runtime& runtime, std::string home, std::string appFolder, Configuration configuration)
     : runtime_(runtime), configuration_(std::move(configuration)), reader_(std::move(home), std::move(appFolder)),
       self_(std::make_shared<AIUsageEngine*>(this))

@@ -28,6 +28,7 @@
 #include "KestruneKit/AIUsage/AIUsageCodexServer.h"
 #include "KestruneKit/AIUsage/AIUsageFolderWatch.h"
 #include "KestruneKit/AIUsage/AIUsageReader.h"
+#include "KestruneKit/Core/DemandToken.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/Core/SerialQueue.h"
 
@@ -56,24 +57,13 @@ public:
     using AsksCodex = AIUsageAsksCodex;
     using Configuration = AIUsageEngineConfiguration;
 
-    class Demand {
+    // A registered demand; releasing or destroying it withdraws it.
+    class Demand : public DemandToken<AIUsageEngine> {
     public:
         // How much token counting is wanted: none (limits only), a count when the demand starts,
         // or live counts that follow the files as they change.
         enum class Tokens { none = 0, cache = 1, live = 2 };
-        Demand() = default;
-        Demand(Demand&& other) noexcept;
-        Demand& operator=(Demand&& other) noexcept;
-        Demand(const Demand&) = delete;
-        Demand& operator=(const Demand&) = delete;
-        ~Demand();
-        void release();
-
-    private:
-        friend class AIUsageEngine;
-        Demand(std::weak_ptr<AIUsageEngine*> engine, uint64_t id) : engine_(std::move(engine)), id_(id) {}
-        std::weak_ptr<AIUsageEngine*> engine_;
-        uint64_t id_ = 0;
+        using DemandToken::DemandToken;
     };
 
     struct TokenSlot {
@@ -116,6 +106,7 @@ public:
     [[nodiscard]] std::string description() const;
 
 private:
+    friend class DemandToken<AIUsageEngine>;
     void release(uint64_t id);
     void update();
     void start();

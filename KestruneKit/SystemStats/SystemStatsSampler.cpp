@@ -5,29 +5,6 @@
 
 namespace kestrune {
 
-SystemStatsDemandToken::SystemStatsDemandToken(SystemStatsDemandToken&& other) noexcept
-    : sampler_(std::move(other.sampler_)), id_(std::exchange(other.id_, 0))
-{
-}
-
-SystemStatsDemandToken& SystemStatsDemandToken::operator=(SystemStatsDemandToken&& other) noexcept
-{
-    if (this != &other) {
-        release();
-        sampler_ = std::move(other.sampler_);
-        id_ = std::exchange(other.id_, 0);
-    }
-    return *this;
-}
-
-void SystemStatsDemandToken::release()
-{
-    if (auto sampler = sampler_.lock(); sampler && id_)
-        (*sampler)->release(id_);
-    sampler_.reset();
-    id_ = 0;
-}
-
 SystemStatsSampler::SystemStatsSampler(Runtime& runtime, std::unique_ptr<SystemStatsProbe> probe, size_t historyCapacity)
     : runtime_(runtime), probe_(std::move(probe)), history_(historyCapacity), self_(std::make_shared<SystemStatsSampler*>(this))
 {

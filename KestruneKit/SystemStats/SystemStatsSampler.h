@@ -17,6 +17,7 @@
 #include <memory>
 #include <optional>
 
+#include "KestruneKit/Core/DemandToken.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/SystemStats/SystemStatsProbe.h"
 
@@ -25,22 +26,7 @@ namespace kestrune {
 class SystemStatsSampler;
 
 // Move-only; releasing it (or destroying it) withdraws its demand.
-class SystemStatsDemandToken {
-public:
-    SystemStatsDemandToken() = default;
-    SystemStatsDemandToken(SystemStatsDemandToken&& other) noexcept;
-    SystemStatsDemandToken& operator=(SystemStatsDemandToken&& other) noexcept;
-    SystemStatsDemandToken(const SystemStatsDemandToken&) = delete;
-    SystemStatsDemandToken& operator=(const SystemStatsDemandToken&) = delete;
-    ~SystemStatsDemandToken() { release(); }
-    void release();
-
-private:
-    friend class SystemStatsSampler;
-    SystemStatsDemandToken(std::weak_ptr<SystemStatsSampler*> sampler, uint64_t id) : sampler_(std::move(sampler)), id_(id) {}
-    std::weak_ptr<SystemStatsSampler*> sampler_;
-    uint64_t id_ = 0;
-};
+using SystemStatsDemandToken = DemandToken<SystemStatsSampler>;
 
 class SystemStatsSampler {
 public:
@@ -78,7 +64,7 @@ public:
     [[nodiscard]] uint64_t samples() const { return samples_; }
 
 private:
-    friend class SystemStatsDemandToken;
+    friend class DemandToken<SystemStatsSampler>;
     void release(uint64_t id);
     void restart();
     void sample();
