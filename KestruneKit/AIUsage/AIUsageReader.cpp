@@ -63,7 +63,7 @@ AIUsageReader::Limits AIUsageReader::readLimits(const Limits& previous) const
     limits.config = limits.configStamp == previous.configStamp && previous.configStamp.exists ? previous.config
                                                                                               : AIUsageClaudeConfig::read(claudeConfigPath());
     limits.bridgeStamp = fileStamp(statusLine_.limitsFile());
-    limits.bridge = statusLine_.readLimits();
+    limits.bridge = limits.bridgeStamp == previous.bridgeStamp && previous.bridgeStamp.exists ? previous.bridge : statusLine_.readLimits();
     limits.bridgeState = statusLine_.state(claudeSettingsPath());
     return limits;
 }

@@ -42,8 +42,8 @@ public:
         std::optional<AIUsageStatusLine::Limits> bridge;
         AIUsageStatusLineState bridgeState;
     };
-    // Claude Code's own file is large on a long-used machine: it is parsed again only when its
-    // stamp differs from the one given.
+    // Claude Code's own file is large on a long-used machine: it, and the status line's limits
+    // file, are parsed again only when their stamps differ from the ones given.
     [[nodiscard]] Limits readLimits(const Limits& previous) const;
 
     // Every tool present, counted once, with its limits: what `kestrune usage` prints.
