@@ -163,19 +163,12 @@ std::optional<PreferenceData> Preferences::dataValue(std::string_view key) const
 
 uint64_t Preferences::addObserver(std::function<void(const std::string&)> observer)
 {
-    observers_[nextObserver_] = std::move(observer);
-    return nextObserver_++;
+    return observers_.add(std::move(observer));
 }
 
-void Preferences::removeObserver(uint64_t id) { observers_.erase(id); }
+void Preferences::removeObserver(uint64_t id) { observers_.remove(id); }
 
-void Preferences::notify(const std::string& key)
-{
-    // A copy: an observer may remove itself.
-    auto observers = observers_;
-    for (const auto& [id, observer] : observers)
-        observer(key);
-}
+void Preferences::notify(const std::string& key) { observers_.notify(key); }
 
 std::string JSONFilePreferences::folder()
 {

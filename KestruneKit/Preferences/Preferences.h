@@ -6,7 +6,7 @@
 // processes writing the same domain never lose each other's keys.
 //
 // TYPICAL USAGE
-//   auto preferences = Preferences::open("app.quillane.dock");
+//   auto preferences = Preferences::open(dockPreferencesDomain);
 //   preferences->set("iconSize", 48.0);
 //   double size = preferences->doubleValue("iconSize").value_or(64);
 //
@@ -23,7 +23,12 @@
 #include <variant>
 #include <vector>
 
+#include "KestruneKit/Core/ObserverList.h"
+
 namespace kestrune {
+
+// The dock application's own domain; other applications of the family read its widget row.
+inline constexpr const char* dockPreferencesDomain = "app.quillane.dock";
 
 // Bytes, kept apart from text (the widget list is JSON stored as data, as on macOS).
 struct PreferenceData {
@@ -64,8 +69,7 @@ protected:
     void notify(const std::string& key);
 
 private:
-    std::map<uint64_t, std::function<void(const std::string&)>> observers_;
-    uint64_t nextObserver_ = 1;
+    ObserverList<const std::string&> observers_;
 };
 
 // The Linux store, also usable anywhere for tests and tools: one JSON file.

@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-#include "KestruneKit/Preferences/SystemDockHandover.h"
+#include "KestruneDock/SystemDock/SystemDockHandover.h"
 
 using namespace kestrune;
 

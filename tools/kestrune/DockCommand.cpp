@@ -1,6 +1,6 @@
 #include <fmt/core.h>
 
-#include "KestruneKit/Preferences/SystemDockHandover.h"
+#include "KestruneDock/SystemDock/SystemDockHandover.h"
 #include "tools/kestrune/Commands.h"
 
 namespace kestrune::cli {
@@ -11,8 +11,8 @@ Action addDockCommand(CLI::App& app)
     command->add_subcommand("restore", "Put the system dock back as it was before Kestrune Dock hid it");
     command->require_subcommand(1, 1);
     return [] {
-        auto preferences = Preferences::open("app.quillane.dock");
-        auto handover = SystemDockHandover::forThisPlatform(*preferences, "app.quillane.dock");
+        auto preferences = Preferences::open(dockPreferencesDomain);
+        auto handover = SystemDockHandover::forThisPlatform(*preferences, dockPreferencesDomain);
         if (!handover) {
             fmt::print("There is no system dock to restore here: this system has none for Kestrune Dock to hide.\n");
             return exitSuccess;

@@ -1,4 +1,4 @@
-#include "KestruneKit/Preferences/SystemDockHandover.h"
+#include "KestruneDock/SystemDock/SystemDockHandover.h"
 
 #include <cmath>
 #include <cstdlib>

@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "KestruneKit/Preferences/SystemDockHandover.h"
+#include "KestruneDock/SystemDock/SystemDockHandover.h"
 #include "KestruneKit/Process/ChildProcess.h"
 #include "tests/helpers/TestSupport.h"
 
