@@ -3,6 +3,7 @@
 
 #include "KestruneKit/DevTools/DevToolBox.h"
 #include "KestruneKit/DevTools/ShellCommand.h"
+#include "KestruneKit/Widgets/DockWidgetRecord.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -160,6 +161,74 @@ TEST(KestruneCli, StatsPrintsSamplesAndSmcDecodes)
     auto restore = kestrune({ "dock", "restore" });
     EXPECT_EQ(restore.status, 0);
     EXPECT_NE(restore.output.find("no system dock"), std::string::npos);
+}
+
+TEST(KestruneCli, WidgetsListsAndEditsTheRowTheDockReads)
+{
+    test::TemporaryFolder folder;
+    Environment environment { { "XDG_CONFIG_HOME", folder.path() } };
+    auto widgets = [&](std::vector<std::string> arguments) {
+        arguments.insert(arguments.begin(), "widgets");
+        return kestrune(arguments, environment);
+    };
+    auto rowJson = [&] { return nlohmann::json::parse(widgets({ "--json" }).output); };
+
+    EXPECT_EQ(widgets({}).output, "No widgets in the Dock\n");
+    EXPECT_EQ(rowJson(), nlohmann::json::array());
+
+    ASSERT_EQ(widgets({ "apply", "Student" }).status, 0);
+    auto row = rowJson();
+    ASSERT_EQ(row.size(), 6u);
+    EXPECT_EQ(row[0]["kind"], "pomodoro");
+    EXPECT_EQ(row[0]["title"], "Pomodoro");
+    EXPECT_EQ(row[0]["style"], "");
+    std::string first = row[0]["id"], second = row[1]["id"], last = row[5]["id"];
+
+    auto added = widgets({ "add", "clock" });
+    ASSERT_EQ(added.status, 0);
+    std::string clock = added.output.substr(0, added.output.size() - 1);
+    EXPECT_EQ(widgets({ "style", clock, "analog" }).status, 0);
+    EXPECT_EQ(widgets({ "option", clock, "city", "Zürich" }).status, 0);
+    EXPECT_EQ(widgets({ "move", clock, first }).status, 0);
+    EXPECT_EQ(widgets({ "remove", last }).status, 0);
+    row = rowJson();
+    ASSERT_EQ(row.size(), 6u);
+    EXPECT_EQ(row[0]["id"], clock);
+    EXPECT_EQ(row[0]["style"], "analog");
+    EXPECT_EQ(row[0]["options"], (nlohmann::json { { "city", "Zürich" } }));
+    EXPECT_EQ(row[1]["id"], first);
+    EXPECT_NE(widgets({}).output.find("Clock"), std::string::npos);
+
+    // What another application of the family reads is the same row.
+    JSONFilePreferences dock(folder.path() + "/kestrune-dock/app.quillane.dock.json");
+    auto record = DockWidgetRecord::read(dock);
+    ASSERT_EQ(record.widgets.size(), 6u);
+    EXPECT_EQ(record.widgets[0].kind, "clock");
+
+    // Refusals: a clear message, status 2, and not a byte written.
+    auto before = test::readFile(dock.path());
+    const std::vector<std::vector<std::string>> refused {
+        { "add", "weather" },
+        { "add", "screenshot" },
+        { "remove", "11111111-1111-4111-8111-111111111111" },
+        { "remove", "not-an-id" },
+        { "move", second, "11111111-1111-4111-8111-111111111111" },
+        { "style", clock, "sundial" },
+        { "style", second, "ring" },
+        { "option", "11111111-1111-4111-8111-111111111111", "k", "v" },
+        { "apply", "Gamer" },
+    };
+    for (const auto& arguments : refused) {
+        auto run = widgets(arguments);
+        EXPECT_EQ(run.status, 2) << arguments[0] << ' ' << arguments[1];
+        EXPECT_NE(run.error.find("kestrune widgets: "), std::string::npos) << run.error;
+    }
+    EXPECT_NE(widgets({ "style", clock, "sundial" }).error.find("its styles are digital, analog"), std::string::npos);
+    EXPECT_EQ(test::readFile(dock.path()), before);
+    EXPECT_EQ(widgets({ "style", clock, "" }).status, 0) << "\"\" puts the default face back";
+
+    auto kinds = nlohmann::json::parse(widgets({ "kinds", "--json" }).output);
+    EXPECT_EQ(kinds.size(), 47u);
 }
 
 } // namespace

@@ -26,5 +26,6 @@ Action addExtractCommand(CLI::App& app);
 Action addStatsCommand(CLI::App& app);
 Action addSMCCommand(CLI::App& app);
 Action addDockCommand(CLI::App& app);
+Action addWidgetsCommand(CLI::App& app);
 
 } // namespace kestrune::cli

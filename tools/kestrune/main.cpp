@@ -27,6 +27,7 @@ int main(int argc, char** argv)
     Action stats = addStatsCommand(app);
     Action smc = addSMCCommand(app);
     Action dock = addDockCommand(app);
+    Action widgets = addWidgetsCommand(app);
 
     try {
         app.parse(argc, argv);
@@ -59,5 +60,7 @@ int main(int argc, char** argv)
         return smc();
     if (app.got_subcommand("dock"))
         return dock();
+    if (app.got_subcommand("widgets"))
+        return widgets();
     return overview();
 }
