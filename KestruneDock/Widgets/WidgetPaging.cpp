@@ -14,30 +14,6 @@ WidgetOverflow widgetOverflowFromPreference(const std::optional<std::string>& st
     return stored && *stored == "stack" ? WidgetOverflow::stack : WidgetOverflow::pages;
 }
 
-std::string_view toString(DockEdge edge)
-{
-    switch (edge) {
-    case DockEdge::left:
-        return "left";
-    case DockEdge::right:
-        return "right";
-    case DockEdge::bottom:
-        break;
-    }
-    return "bottom";
-}
-
-std::optional<DockEdge> dockEdgeFromString(std::string_view raw)
-{
-    if (raw == "bottom")
-        return DockEdge::bottom;
-    if (raw == "left")
-        return DockEdge::left;
-    if (raw == "right")
-        return DockEdge::right;
-    return std::nullopt;
-}
-
 double WidgetPageCut::runLength(std::span<const double> lengths, size_t first, size_t end, double gap)
 {
     if (end <= first)

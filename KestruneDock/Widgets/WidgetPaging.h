@@ -27,6 +27,7 @@
 #include <string_view>
 #include <vector>
 
+#include "KestruneDock/Dock/DockEdge.h"
 #include "KestruneDock/Widgets/WidgetStore.h"
 #include "KestruneKit/Core/ObserverList.h"
 #include "KestruneKit/Core/Uuid.h"
@@ -39,11 +40,6 @@ enum class WidgetOverflow : uint8_t { stack = 0, pages = 1 };
 [[nodiscard]] std::string_view toString(WidgetOverflow overflow);
 // "stack" is the stack; anything else, and nothing, is pages.
 [[nodiscard]] WidgetOverflow widgetOverflowFromPreference(const std::optional<std::string>& stored);
-
-enum class DockEdge : uint8_t { bottom, left, right };
-
-[[nodiscard]] std::string_view toString(DockEdge edge);
-[[nodiscard]] std::optional<DockEdge> dockEdgeFromString(std::string_view raw);
 
 enum class WidgetPageTransition : uint8_t { none, forward, backward };
 

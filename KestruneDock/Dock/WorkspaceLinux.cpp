@@ -1,0 +1,170 @@
+// Applications on Linux are desktop entries found through the XDG data folders; GIO reads them
+// as the desktop itself does (localized names, default handlers from mimeapps.list, TryExec and
+// Hidden honoured). Running applications come from the window system, which the panel watches;
+// until it reports, none are known here.
+
+#include "KestruneDock/Dock/Workspace.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <map>
+
+#include <gio/gdesktopappinfo.h>
+#include <gio/gio.h>
+
+#include "KestruneKit/Core/ObserverList.h"
+#include "KestruneKit/Core/Runtime.h"
+
+namespace kestrune {
+
+namespace {
+
+// One owner for a GObject reference.
+template<typename T>
+class GObjectRef {
+public:
+    explicit GObjectRef(T* object = nullptr) : object_(object) {}
+    GObjectRef(const GObjectRef&) = delete;
+    GObjectRef& operator=(const GObjectRef&) = delete;
+    ~GObjectRef()
+    {
+        if (object_)
+            g_object_unref(object_);
+    }
+    T* get() const { return object_; }
+    explicit operator bool() const { return object_ != nullptr; }
+
+private:
+    T* object_;
+};
+
+std::optional<std::string> entryPath(GAppInfo* info)
+{
+    if (!info || !G_IS_DESKTOP_APP_INFO(info))
+        return std::nullopt;
+    const char* file = g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(info));
+    return file ? std::optional<std::string>(file) : std::nullopt;
+}
+
+std::optional<std::string> entryById(std::string id)
+{
+    if (!id.ends_with(".desktop"))
+        id += ".desktop";
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new(id.c_str()));
+    return entryPath(G_APP_INFO(info.get()));
+}
+
+std::optional<std::string> defaultFor(const char* contentType)
+{
+    GObjectRef<GAppInfo> info(g_app_info_get_default_for_type(contentType, FALSE));
+    return entryPath(info.get());
+}
+
+// Each role: the user's default handlers first, then the well-known apps of the common
+// desktops. Notes has no content type of its own; a plain-text editor is the last resort.
+struct RoleLookup {
+    std::vector<const char*> contentTypes;
+    std::vector<const char*> ids;
+    std::vector<const char*> fallbackTypes;
+};
+
+const RoleLookup& lookup(DockDefaultApp role)
+{
+    static const std::map<DockDefaultApp, RoleLookup> lookups {
+        { DockDefaultApp::fileManager, { { "inode/directory" }, { "org.gnome.Nautilus", "org.kde.dolphin", "thunar", "nemo", "caja", "pcmanfm" }, {} } },
+        { DockDefaultApp::webBrowser, { { "x-scheme-handler/https", "x-scheme-handler/http" }, { "firefox-esr", "firefox", "chromium" }, {} } },
+        { DockDefaultApp::mail, { { "x-scheme-handler/mailto" }, { "org.gnome.Evolution", "thunderbird", "org.kde.kmail2" }, {} } },
+        { DockDefaultApp::music, { { "audio/mpeg", "audio/flac", "audio/x-vorbis+ogg" }, { "org.gnome.Music", "rhythmbox", "org.kde.elisa" }, {} } },
+        { DockDefaultApp::notes, { {}, { "org.gnome.Notes", "bijiben", "org.kde.knotes", "xpad" }, { "text/plain" } } },
+        { DockDefaultApp::settings, { {}, { "org.gnome.Settings", "gnome-control-center", "systemsettings", "org.kde.systemsettings", "xfce-settings-manager", "cinnamon-settings", "mate-control-center" }, {} } },
+    };
+    return lookups.at(role);
+}
+
+class WorkspaceLinux final : public Workspace {
+public:
+    explicit WorkspaceLinux(Runtime& runtime) : runtime_(runtime) {}
+
+    std::string_view applicationSuffix() const override { return ".desktop"; }
+    std::vector<RunningApplication> runningApplications() const override { return {}; }
+    uint64_t watchRunningApplications(std::function<void()> changed) override { return watchers_.add(std::move(changed)); }
+    void unwatchRunningApplications(uint64_t id) override { watchers_.remove(id); }
+    int64_t thisProcess() const override { return ::getpid(); }
+
+    std::optional<std::string> applicationPath(std::string_view identifier) const override
+    {
+        return entryById(std::string(identifier));
+    }
+
+    std::optional<std::string> defaultApplication(DockDefaultApp role) const override
+    {
+        const auto& wanted = lookup(role);
+        for (const char* type : wanted.contentTypes)
+            if (auto path = defaultFor(type))
+                return path;
+        for (const char* id : wanted.ids)
+            if (auto path = entryById(id))
+                return path;
+        for (const char* type : wanted.fallbackTypes)
+            if (auto path = defaultFor(type))
+                return path;
+        return std::nullopt;
+    }
+
+    std::string displayName(const std::string& path) const override
+    {
+        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+        if (info)
+            if (const char* name = g_app_info_get_display_name(G_APP_INFO(info.get())))
+                return name;
+        // No readable entry: its file name is the best name there is.
+        auto slash = path.find_last_of('/');
+        auto name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+        return name.ends_with(".desktop") ? name.substr(0, name.size() - 8) : name;
+    }
+
+    std::optional<DockIconSource> icon(const std::string& path) const override
+    {
+        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+        GIcon* icon = info ? g_app_info_get_icon(G_APP_INFO(info.get())) : nullptr;
+        if (!icon)
+            return std::nullopt;
+        gchar* text = g_icon_to_string(icon);
+        if (!text)
+            return std::nullopt;
+        DockIconSource source { text, false };
+        g_free(text);
+        return source;
+    }
+
+    bool fileExists(const std::string& path) const override
+    {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0;
+    }
+
+    void launch(const std::string& path, std::function<void(bool)> finished) override
+    {
+        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+        bool launched = false;
+        if (info) {
+            GError* error = nullptr;
+            launched = g_app_info_launch(G_APP_INFO(info.get()), nullptr, nullptr, &error);
+            if (error)
+                g_error_free(error);
+        }
+        // The child is started when g_app_info_launch returns; its window is the panel's to see.
+        runtime_.post([finished = std::move(finished), launched] { finished(launched); });
+    }
+
+private:
+    Runtime& runtime_;
+    ObserverList<> watchers_;
+};
+
+} // namespace
+
+std::unique_ptr<Workspace> Workspace::forThisPlatform(Runtime& runtime) { return std::make_unique<WorkspaceLinux>(runtime); }
+
+} // namespace kestrune
