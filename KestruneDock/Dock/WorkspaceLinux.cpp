@@ -41,7 +41,8 @@ private:
 
 std::optional<std::string> entryPath(GAppInfo* info)
 {
-    if (!info || !G_IS_DESKTOP_APP_INFO(info))
+    // A hidden entry is one the user deleted, even when mimeapps.list still names it.
+    if (!info || !G_IS_DESKTOP_APP_INFO(info) || g_desktop_app_info_get_is_hidden(G_DESKTOP_APP_INFO(info)))
         return std::nullopt;
     const char* file = g_desktop_app_info_get_filename(G_DESKTOP_APP_INFO(info));
     return file ? std::optional<std::string>(file) : std::nullopt;
