@@ -64,7 +64,9 @@ public:
 
 private:
     [[nodiscard]] bool isOff() const;
-    [[nodiscard]] double bell(double tileSize, double center) const;
+    // The squared distance from the pointer past which a tile cannot grow by 0.05 points.
+    [[nodiscard]] double reach(double tileSize) const;
+    [[nodiscard]] double bell(double tileSize, double center, double reach) const;
 
     bool magnification_ = true;
     double peak_ = 1;

@@ -38,6 +38,19 @@ TEST(DockMagnification, FollowsTheBellAndSnapsFarTilesToOne)
     EXPECT_GT(scales[4], 1.0);
     EXPECT_EQ(scales[5], 1.0);
     EXPECT_EQ(magnification.scale(48, 25, geometry), 1.0) << "a slot with no centre yet";
+
+    // The shortcut past the bell's reach never changes a scale: the rule written out in full.
+    auto rule = [](double d, double w) {
+        double scale = 1 + (2.0 - 1) * std::exp(-d * d / (2 * (1.3 * w) * (1.3 * w)));
+        return w * (scale - 1) < 0.05 ? 1.0 : scale;
+    };
+    for (double pointer = -300; pointer < 1300; pointer += 0.37) {
+        magnification.setPointer(pointer);
+        magnification.scales(48, geometry, scales);
+        for (size_t slot = 0; slot < scales.size(); ++slot)
+            ASSERT_EQ(scales[slot], rule(pointer - *geometry.center(slot), 48)) << pointer << " " << slot;
+    }
+    magnification.setPointer(24.0);
     geometry.forget(0);
     EXPECT_EQ(magnification.scale(48, 0, geometry), 1.0);
 }
