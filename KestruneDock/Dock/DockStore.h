@@ -111,6 +111,9 @@ public:
     [[nodiscard]] bool isMenuOpen() const { return isMenuOpen_; }
     [[nodiscard]] bool isStackOpen() const { return isStackOpen_; }
     [[nodiscard]] bool isNearDock() const { return isNearDock_; }
+    // Magnification pauses while a tile is dragged into a new place or settles there, and while a
+    // tile's menu is open (hover effects pause with it).
+    [[nodiscard]] bool holdsTilesStill() const { return reorder_.holdsTilesStill() || isMenuOpen_; }
     [[nodiscard]] const std::set<std::string>& missingRecents() const { return missingRecents_; }
     // The recents as stored, newest first (some may be running and so not shown).
     [[nodiscard]] const std::vector<std::string>& recentPaths() const { return recentPaths_; }

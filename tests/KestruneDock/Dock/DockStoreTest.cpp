@@ -129,6 +129,14 @@ TEST_F(DockStoreTest, PinnedTilesMove)
     DockStore store(preferences, workspace, runtime);
     store.movePinned(0, 2);
     EXPECT_EQ(paths(store.pinnedItems()), (Paths { "/A/2.app", "/A/3.app", "/A/1.app" }));
+    EXPECT_FALSE(store.holdsTilesStill());
+    store.setReorder({ DockReorder::Phase::dragging, "/A/1.app", 1 });
+    EXPECT_TRUE(store.holdsTilesStill());
+    store.setReorder({});
+    store.setMenuOpen(true);
+    EXPECT_TRUE(store.holdsTilesStill());
+    store.setMenuOpen(false);
+    EXPECT_FALSE(store.holdsTilesStill());
     store.movePinned(2, 99);
     store.pin("/A/0.app", 0);
     store.pin("/A/2.app", 0);
