@@ -12,7 +12,8 @@
 //   store.addObserver([](const std::vector<WidgetInstance>& row) { ... });
 //
 // Main thread only. Another process editing the same preferences (`kestrune widgets ...`) is
-// followed: the store reloads when the preferences report a new "widgets" value.
+// followed: the store reloads when the preferences report a new "widgets" value, which a
+// `PreferencesFollower` makes them do as soon as the file changes.
 
 #include <cstdint>
 #include <functional>

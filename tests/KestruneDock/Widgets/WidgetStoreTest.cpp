@@ -2,6 +2,8 @@
 #include <nlohmann/json.hpp>
 
 #include "KestruneDock/Widgets/WidgetStore.h"
+#include "KestruneKit/Core/ManualRuntime.h"
+#include "KestruneKit/Preferences/PreferencesFollower.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -286,6 +288,17 @@ TEST_F(WidgetStoreTest, FollowsAnotherProcessEditingTheSameRow)
     EXPECT_TRUE(preferences.synchronize());
     EXPECT_EQ(kinds(widgets.instances()), (std::vector { containers, battery }));
     EXPECT_EQ(kinds(saved()), (std::vector { containers, battery }));
+
+    // A running dock follows on its own: the file's change is noticed and synchronized.
+    ManualRuntime runtime;
+    PreferencesFollower follower(preferences, runtime);
+    {
+        JSONFilePreferences elsewhere(path);
+        WidgetStore script(elsewhere);
+        script.add(aiUsage);
+    }
+    EXPECT_TRUE(runtime.runUntil([&] { return widgets.instances().size() == 3; }));
+    EXPECT_EQ(heard, (std::vector { containers, battery, aiUsage }));
 }
 
 } // namespace
