@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
+
 #include "KestruneDock/Dock/DockPreferences.h"
 
 namespace kestrune {
@@ -203,7 +205,7 @@ void DockStore::rebuild()
             recentItems_.push_back(tile(path, false));
 
     othersAndRecents_ = runningOnlyItems_;
-    if (DockPreferences::read(preferences_).showRecents)
+    if (preferences_.boolValue(DockPreferences::showRecentsKey).value_or(DockPreferences {}.showRecents))
         othersAndRecents_.insert(othersAndRecents_.end(), recentItems_.begin(), recentItems_.end());
 
     for (const auto& app : pinnedItems_)
@@ -233,7 +235,7 @@ void DockStore::writeStacks()
     try {
         preferences_.set(stackOptionsKey, PreferenceData { options.dump() });
     } catch (const nlohmann::json::exception&) {
-        // Not UTF-8: refused at setStackOptions, so this cannot happen; the stacks stay written.
+        // A folder whose name is not UTF-8 has options that cannot be written; its stack is kept.
     }
 }
 
@@ -306,11 +308,9 @@ void DockStore::setStackOptions(const std::string& folder, std::map<std::string,
     auto path = standardized(folder);
     if (!contains(stackURLs_, path))
         return;
-    try {
-        (void)nlohmann::json(options).dump();
-    } catch (const nlohmann::json::exception&) {
-        return;
-    }
+    for (const auto& [key, value] : options)
+        if (!isValidUtf8(key) || !isValidUtf8(value))
+            return;
     stackOptions_[path] = std::move(options);
     writeStacks();
     observers_.notify();

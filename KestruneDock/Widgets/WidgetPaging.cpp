@@ -51,20 +51,7 @@ std::vector<std::pair<size_t, size_t>> WidgetPageCut::cut(std::span<const double
 
 size_t WidgetPageCut::pageCount(std::span<const double> lengths, double available, double gap)
 {
-    if (lengths.empty())
-        return 1;
-    size_t pages = 1;
-    double run = lengths[0];
-    for (size_t k = 1; k < lengths.size(); ++k) {
-        double extended = run + gap + lengths[k];
-        if (extended > available) {
-            ++pages;
-            run = lengths[k];
-        } else {
-            run = extended;
-        }
-    }
-    return pages;
+    return cut(lengths, available, gap).size();
 }
 
 WidgetPaging::WidgetPaging(WidgetStore& store, Preferences& preferences)

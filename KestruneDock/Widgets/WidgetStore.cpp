@@ -5,6 +5,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
+
 namespace kestrune {
 
 namespace {
@@ -12,16 +14,6 @@ namespace {
 using OrderedJson = nlohmann::ordered_json;
 
 } // namespace
-
-bool isValidUtf8(std::string_view text)
-{
-    try {
-        (void)nlohmann::json(std::string(text)).dump();
-        return true;
-    } catch (const nlohmann::json::exception&) {
-        return false;
-    }
-}
 
 WidgetInstance WidgetInstance::make(WidgetKind kind, std::string style)
 {
@@ -65,19 +57,14 @@ std::optional<std::vector<WidgetInstance>> decodeWidgetInstances(std::string_vie
         auto options = element.find("options");
         if (id == element.end() || kind == element.end() || style == element.end() || options == element.end())
             return std::nullopt;
-        if (!id->is_string() || !kind->is_string() || !style->is_string() || !options->is_object())
+        if (!id->is_string() || !kind->is_string() || !style->is_string())
             return std::nullopt;
         auto uuid = Uuid::fromString(id->get_ref<const std::string&>());
         auto widgetKind = widgetKindFromString(kind->get_ref<const std::string&>());
-        if (!uuid || !widgetKind)
+        auto values = jsonStringMap(*options);
+        if (!uuid || !widgetKind || !values)
             return std::nullopt;
-        WidgetInstance instance { *uuid, *widgetKind, style->get<std::string>(), {} };
-        for (const auto& [key, value] : options->items()) {
-            if (!value.is_string())
-                return std::nullopt;
-            instance.options.emplace(key, value.get<std::string>());
-        }
-        instances.push_back(std::move(instance));
+        instances.push_back({ *uuid, *widgetKind, style->get<std::string>(), std::move(*values) });
     }
     return instances;
 }

@@ -109,7 +109,4 @@ private:
     ObserverList<const std::vector<WidgetInstance>&> observers_;
 };
 
-// True when `text` is well-formed UTF-8.
-[[nodiscard]] bool isValidUtf8(std::string_view text);
-
 } // namespace kestrune

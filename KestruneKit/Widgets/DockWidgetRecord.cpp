@@ -5,6 +5,8 @@
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
+
 namespace kestrune {
 
 DockWidgetRecord DockWidgetRecord::read(Preferences& dockPreferences)
@@ -28,15 +30,12 @@ std::optional<DockWidgetRecord> DockWidgetRecord::decode(std::string_view json)
             return std::nullopt;
         auto kind = element.find("kind");
         auto options = element.find("options");
-        if (kind == element.end() || !kind->is_string() || options == element.end() || !options->is_object())
+        if (kind == element.end() || !kind->is_string() || options == element.end())
             return std::nullopt;
-        Slot slot { kind->get<std::string>(), {} };
-        for (const auto& [key, value] : options->items()) {
-            if (!value.is_string())
-                return std::nullopt;
-            slot.options.emplace(key, value.get<std::string>());
-        }
-        record.widgets.push_back(std::move(slot));
+        auto values = jsonStringMap(*options);
+        if (!values)
+            return std::nullopt;
+        record.widgets.push_back({ kind->get<std::string>(), std::move(*values) });
     }
     return record;
 }

@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "KestruneDock/Widgets/WidgetStore.h"
+#include "KestruneKit/Core/JsonFields.h"
 #include "KestruneKit/Widgets/DockWidgetRecord.h"
 #include "tools/kestrune/Commands.h"
 
@@ -35,12 +36,10 @@ int list(Preferences& preferences, bool asJson)
 {
     auto record = DockWidgetRecord::read(preferences);
     auto data = preferences.dataValue(WidgetStore::key);
-    auto stored = data ? Json::parse(data->bytes, nullptr, false) : Json();
+    auto stored = data ? nlohmann::json::parse(data->bytes, nullptr, false) : nlohmann::json();
     auto field = [&](size_t index, const char* name) {
-        if (!stored.is_array() || index >= stored.size() || !stored[index].is_object())
-            return std::string();
-        auto found = stored[index].find(name);
-        return found != stored[index].end() && found->is_string() ? found->get<std::string>() : std::string();
+        bool present = stored.is_array() && index < stored.size() && stored[index].is_object();
+        return present ? jsonText(stored[index], name) : std::string();
     };
 
     if (asJson) {
