@@ -7,6 +7,7 @@
 #include <benchmark/benchmark.h>
 
 #include "KestruneDock/Dock/DockMagnification.h"
+#include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneDock/Widgets/WidgetPaging.h"
 
 namespace kestrune {
@@ -34,6 +35,32 @@ void MagnificationOf200Slots(benchmark::State& state)
     }
 }
 BENCHMARK(MagnificationOf200Slots);
+
+// One pointer move along a full row: 24 app tiles, dividers, 12 widgets and the trash, laid out
+// again with every frame, as the panel does on each motion event.
+void RowLayoutOnPointerMove(benchmark::State& state)
+{
+    DockPreferences preferences;
+    preferences.iconSize = 48;
+    preferences.magnifiedSize = 96;
+    std::vector<DockRowSlot> slots(24, DockRowSlot { DockSlotKind::app });
+    slots.push_back({ DockSlotKind::divider });
+    for (int widget = 0; widget < 12; ++widget)
+        slots.push_back({ DockSlotKind::widget, 60.0 + widget * 7 });
+    slots.push_back({ DockSlotKind::divider });
+    slots.push_back({ DockSlotKind::trash });
+    DockRowLayout layout;
+    layout.setPreferences(preferences);
+    layout.setSlots(slots);
+    double pointer = 0;
+    for (auto _ : state) {
+        pointer = pointer > layout.restingLength() ? 0 : pointer + 3.1;
+        layout.setPointer(pointer);
+        benchmark::DoNotOptimize(layout.frames().data());
+        benchmark::DoNotOptimize(layout.hit(pointer, 10));
+    }
+}
+BENCHMARK(RowLayoutOnPointerMove);
 
 // A full new cut of a row of 50 widgets: one tile's length moves past the tolerance, so the
 // pager lays out every page again and tells its observers.
