@@ -18,6 +18,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace kestrune {
 
@@ -40,6 +41,9 @@ enum class TimerRepeat { once, repeating };
 struct TimerToken {
     std::atomic<bool> cancelled { false };
     std::atomic<bool> finished { false };
+    // Set by a runtime whose timers live outside it (an event loop's), so that a cancelled timer
+    // stops waking the process at once instead of firing once more to find out. Main thread only.
+    std::function<void()> onCancel;
 };
 
 // Move-only; cancels its timer when destroyed or reset. Main thread only.
@@ -62,8 +66,8 @@ public:
 
     void cancel()
     {
-        if (token_)
-            token_->cancelled = true;
+        if (token_ && !token_->cancelled.exchange(true) && token_->onCancel)
+            std::exchange(token_->onCancel, nullptr)();
         token_.reset();
     }
 
