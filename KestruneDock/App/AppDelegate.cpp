@@ -1,0 +1,197 @@
+#include "KestruneDock/App/AppDelegate.h"
+
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+
+#include <QApplication>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QMessageBox>
+#include <QVBoxLayout>
+#include <QWidget>
+
+#include "KestruneDock/App/LoginItem.h"
+#include "KestruneDock/App/MenuBarIcon.h"
+#include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/App/SignalWatch.h"
+#include "KestruneDock/App/SingleInstance.h"
+#include "KestruneDock/Dock/DockStore.h"
+#include "KestruneDock/Dock/Workspace.h"
+#include "KestruneDock/Panel/DockPanelController.h"
+#include "KestruneDock/Panel/TileRasterQt.h"
+#include "KestruneDock/SystemDock/SystemDockHandover.h"
+#include "KestruneKit/Core/Environment.h"
+#include "KestruneKit/Preferences/Preferences.h"
+#include "KestruneKit/Preferences/PreferencesFollower.h"
+
+namespace kestrune {
+
+namespace {
+
+// A relaunch marked this recently is the updater's, not the login's.
+constexpr double relaunchWindowSeconds = 60;
+
+} // namespace
+
+AppDelegate::AppDelegate(std::vector<std::string> arguments) : arguments_(std::move(arguments)) {}
+
+AppDelegate::~AppDelegate()
+{
+    applicationWillTerminate();
+    // Views before the stores they read, stores before the services they use.
+    settingsWindow_.reset();
+    menuBarIcon_.reset();
+    dockController_.reset();
+    store_.reset();
+}
+
+std::optional<int> AppDelegate::applicationDidFinishLaunching()
+{
+    Environment environment = processEnvironment();
+    std::string home = homeFolder();
+
+    // 1. The launch time, the login item, and whether the login started us.
+    runtime_ = std::make_unique<QtRuntime>();
+    launchTime_ = runtime_->now();
+    loginItemRegistered_ = LoginItem::isRegistered(LoginItem::entryPath(environment, home));
+    bool loginArgument = std::find(arguments_.begin(), arguments_.end(), LoginItem::loginArgument) != arguments_.end();
+    preferences_ = Preferences::open(bundleIdentifier);
+    std::optional<double> relaunchMark = preferences_->doubleValue(relaunchMarkKey);
+    bool relaunched = relaunchMark
+        && std::abs(std::chrono::duration<double>(launchTime_.time_since_epoch()).count() - *relaunchMark) < relaunchWindowSeconds;
+    if (relaunchMark)
+        preferences_->remove(relaunchMarkKey);
+    launchedAtLogin_ = loginArgument && !relaunched;
+
+    // 2. One dock per session: a later launch hands over to the first and leaves at once.
+    auto claim = SingleInstance::claim(SingleInstance::folder(environment, home));
+    if (claim.role == SingleInstance::Role::duplicate) {
+        if (!SingleInstance::send(claim.socketPath, SingleInstance::reopenMessage))
+            std::fprintf(stderr, "kestrune-dock: another Kestrune Dock is running but did not answer\n");
+        return 0;
+    }
+    if (claim.role == SingleInstance::Role::failed)
+        std::fprintf(stderr, "kestrune-dock: %s; running without the single-instance check\n", claim.problem.c_str());
+    instance_ = std::move(claim.instance);
+    if (instance_)
+        instance_->listen([this](const std::string& message) { received(message); });
+    signals_ = std::make_unique<SignalWatch>(std::vector<int> { SIGTERM, SIGINT, SIGHUP }, [](int) {
+        QCoreApplication::quit();
+    });
+    follower_ = std::make_unique<PreferencesFollower>(*preferences_, *runtime_);
+
+    // 4. The app's own windows: none yet.
+    windows_.clear();
+
+    // 5. The restore guard, before the system dock is touched (none on Linux).
+    dockGuard_ = SystemDockHandover::forThisPlatform(*preferences_, bundleIdentifier);
+    if (dockGuard_)
+        dockGuard_->startRestoreGuard();
+
+    // 7. The system dock's own look, imported once.
+    if (dockGuard_)
+        dockGuard_->importSystemDockLook();
+
+    // 8. While the welcome is unfinished the system dock is put back first.
+    bool welcomeFinished = preferences_->boolValue(welcomeFinishedKey).value_or(false);
+    if (dockGuard_ && !welcomeFinished)
+        dockGuard_->restore();
+
+    // 9. Take the system dock out of the way.
+    if (dockGuard_)
+        dockGuard_->hide();
+
+    // 10. The dock panel.
+    workspace_ = Workspace::forThisPlatform(*runtime_);
+    raster_ = std::make_unique<TileRasterQt>();
+    store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
+    dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);
+    dockController_->show();
+
+    // 11. The menu-bar icon.
+    menuBarIcon_ = std::make_unique<MenuBarIcon>(MenuBarIcon::Actions {
+        [this] { openSettings(); },
+        [this] { showAbout(); },
+        [] { QCoreApplication::quit(); },
+    });
+
+    // 13. The observers: "openSettings" and "reopen" arrive on the instance's socket (from the
+    // tray, a second launch or another process), "kestrune.prepareDockToRise" from the welcome.
+    return std::nullopt;
+}
+
+void AppDelegate::received(const std::string& message)
+{
+    if (message == SingleInstance::reopenMessage)
+        reopen();
+    else if (message == SingleInstance::openSettingsMessage)
+        openSettings();
+    else if (message == "kestrune.prepareDockToRise" && dockController_)
+        dockController_->prepareToRise();
+}
+
+void AppDelegate::reopen()
+{
+    // The dock itself is always there; what comes forward are the app's own windows.
+    for (QWidget* window : windows_) {
+        if (window->isMinimized())
+            window->showNormal();
+        if (window->isVisible()) {
+            window->raise();
+            window->activateWindow();
+        }
+    }
+    if (settingsWindow_ && settingsWindow_->isVisible()) {
+        settingsWindow_->raise();
+        settingsWindow_->activateWindow();
+    }
+    std::fprintf(stderr, "kestrune-dock: reopen\n");
+}
+
+void AppDelegate::openSettings()
+{
+    if (!settingsWindow_) {
+        settingsWindow_ = std::make_unique<QWidget>();
+        settingsWindow_->setWindowTitle(QStringLiteral("Kestrune Dock Settings"));
+        auto* layout = new QVBoxLayout(settingsWindow_.get());
+        auto* text = new QLabel(QStringLiteral(
+            "The settings window is on its way.\nUntil then, the dock’s settings are kept in\n%1")
+                .arg(QString::fromStdString(JSONFilePreferences::folder() + "/" + bundleIdentifier + ".json")));
+        text->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        layout->addWidget(text);
+        windows_.push_back(settingsWindow_.get());
+    }
+    settingsWindow_->show();
+    settingsWindow_->raise();
+    settingsWindow_->activateWindow();
+}
+
+void AppDelegate::showAbout()
+{
+    auto* box = new QMessageBox(QMessageBox::NoIcon, QStringLiteral("About Kestrune Dock"),
+        QStringLiteral("Kestrune Dock %1\nA dock with live widgets for developers.").arg(QCoreApplication::applicationVersion()));
+    box->setIconPixmap(QIcon(QStringLiteral(":/kestrune/app.svg")).pixmap(64, 64));
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->show();
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    if (terminated_ || !runtime_)
+        return;
+    terminated_ = true;
+    // 1–2. No keep-awake assertion or power watch is held yet.
+    // 3. The dock's views stop showing.
+    if (dockController_)
+        dockController_->orderOut();
+    // 4–5. The guard stands down and the system dock comes back, before we return.
+    if (dockGuard_)
+        dockGuard_->restore();
+    dockGuard_.reset();
+    if (preferences_)
+        preferences_->synchronize();
+}
+
+} // namespace kestrune

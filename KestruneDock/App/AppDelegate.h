@@ -1,0 +1,93 @@
+#pragma once
+// OVERVIEW
+// The application's launch and termination, in the order the dock depends on. A second launch
+// hands over to the running dock and exits before anything starts; the handover's restore guard
+// is running before the system dock is touched; the system dock is back before the process
+// ends. On Linux the login item is an XDG autostart entry, the single-instance test a lock in
+// the runtime folder, the reopen notification a line on the instance's local socket, and the
+// menu-bar icon a tray icon.
+//
+// TYPICAL USAGE (main)
+//   QApplication app(argc, argv);
+//   AppDelegate delegate(arguments);
+//   if (auto status = delegate.applicationDidFinishLaunching()) return *status;
+//   QObject::connect(&app, &QCoreApplication::aboutToQuit, [&] { delegate.applicationWillTerminate(); });
+//   return app.exec();
+//
+// Main thread only.
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "KestruneKit/Core/Runtime.h"
+
+class QWidget;
+
+namespace kestrune {
+
+class DockPanelController;
+class DockStore;
+class MenuBarIcon;
+class Preferences;
+class PreferencesFollower;
+class QtRuntime;
+class SignalWatch;
+class SingleInstance;
+class SystemDockHandover;
+class TileRaster;
+class Workspace;
+
+class AppDelegate {
+public:
+    static constexpr const char* bundleIdentifier = "app.quillane.dock";
+    static constexpr const char* relaunchMarkKey = "kestrune.launch.relaunchMarkedAt";
+    static constexpr const char* welcomeFinishedKey = "welcomeFinished";
+
+    explicit AppDelegate(std::vector<std::string> arguments);
+    ~AppDelegate();
+    AppDelegate(const AppDelegate&) = delete;
+    AppDelegate& operator=(const AppDelegate&) = delete;
+
+    // The launch sequence. A status to exit with at once (a second instance, or no lock to be
+    // had), or none when the dock is up and the event loop should run.
+    [[nodiscard]] std::optional<int> applicationDidFinishLaunching();
+    // The termination sequence: the system dock is restored before this returns. Runs once.
+    void applicationWillTerminate();
+
+    // Brings the app's own windows forward (the settings window for now).
+    void reopen();
+    void openSettings();
+
+    [[nodiscard]] DockPanelController* dockController() const { return dockController_.get(); }
+    [[nodiscard]] bool launchedAtLogin() const { return launchedAtLogin_; }
+    [[nodiscard]] bool loginItemRegistered() const { return loginItemRegistered_; }
+
+private:
+    void received(const std::string& message);
+    void showAbout();
+
+    std::vector<std::string> arguments_;
+    Date launchTime_;
+    bool loginItemRegistered_ = false;
+    bool launchedAtLogin_ = false;
+    bool terminated_ = false;
+
+    std::unique_ptr<QtRuntime> runtime_;
+    std::unique_ptr<SingleInstance> instance_;
+    std::unique_ptr<SignalWatch> signals_;
+    std::unique_ptr<Preferences> preferences_;
+    std::unique_ptr<PreferencesFollower> follower_;
+    // The app's own open windows; one of them visible makes the app a regular, foreground one.
+    std::vector<QWidget*> windows_;
+    std::unique_ptr<SystemDockHandover> dockGuard_;
+    std::unique_ptr<Workspace> workspace_;
+    std::unique_ptr<TileRaster> raster_;
+    std::unique_ptr<DockStore> store_;
+    std::unique_ptr<DockPanelController> dockController_;
+    std::unique_ptr<MenuBarIcon> menuBarIcon_;
+    std::unique_ptr<QWidget> settingsWindow_;
+};
+
+} // namespace kestrune

@@ -1,0 +1,29 @@
+// kestrune-dock: the dock. An accessory app: no window of its own in the taskbar, a tray icon,
+// and the dock panel on a screen edge.
+
+#include <string>
+#include <vector>
+
+#include <QApplication>
+#include <QIcon>
+
+#include "KestruneDock/App/AppDelegate.h"
+
+int main(int argc, char** argv)
+{
+    // The icon lives in the app's library, whose resources are not registered by themselves.
+    Q_INIT_RESOURCE(app);
+    QApplication::setApplicationName(QStringLiteral("Kestrune Dock"));
+    QApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("app.quillane.dock"));
+    QApplication app(argc, argv);
+    app.setQuitOnLastWindowClosed(false);
+    app.setWindowIcon(QIcon(QStringLiteral(":/kestrune/app.svg")));
+
+    std::vector<std::string> arguments(argv, argv + argc);
+    kestrune::AppDelegate delegate(arguments);
+    if (auto status = delegate.applicationDidFinishLaunching())
+        return *status;
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, [&delegate] { delegate.applicationWillTerminate(); });
+    return app.exec();
+}

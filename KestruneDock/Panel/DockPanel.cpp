@@ -1,0 +1,56 @@
+#include "KestruneDock/Panel/DockPanel.h"
+
+#include <QCursor>
+#include <QEnterEvent>
+#include <QMouseEvent>
+#include <QPainter>
+
+#include "KestruneDock/Panel/DockPanelController.h"
+
+namespace kestrune {
+
+DockPanel::DockPanel(DockPanelController& controller) : controller_(controller)
+{
+    setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_ShowWithoutActivating);
+    setMouseTracking(true);
+    setWindowTitle(QStringLiteral("Kestrune Dock"));
+    setAccessibleName(QStringLiteral("Dock"));
+}
+
+QImage DockPanel::render() const
+{
+    double ratio = devicePixelRatioF();
+    QImage image((QSizeF(size()) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(ratio);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    controller_.paint(painter, ratio);
+    return image;
+}
+
+void DockPanel::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    controller_.paint(painter, devicePixelRatioF());
+}
+
+void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(event->position()); }
+
+void DockPanel::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (rect().contains(event->position().toPoint()))
+        controller_.clicked(event->position(), event->button());
+}
+
+void DockPanel::enterEvent(QEnterEvent* event) { controller_.pointerMoved(event->position()); }
+
+void DockPanel::leaveEvent(QEvent*)
+{
+    // Growing the window under the pointer can report a leave that is none.
+    if (geometry().contains(QCursor::pos()))
+        return;
+    controller_.pointerLeft();
+}
+
+} // namespace kestrune

@@ -1,0 +1,32 @@
+#pragma once
+// The dock's window: a borderless top-level widget that paints the row its controller laid out
+// and passes the pointer on to it. It holds no rule of its own.
+//
+// Main thread only.
+
+#include <QImage>
+#include <QWidget>
+
+namespace kestrune {
+
+class DockPanelController;
+
+class DockPanel final : public QWidget {
+public:
+    explicit DockPanel(DockPanelController& controller);
+
+    // The row as painted now, at the window's size and pixel ratio (for tests and the shape).
+    [[nodiscard]] QImage render() const;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void enterEvent(QEnterEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+
+private:
+    DockPanelController& controller_;
+};
+
+} // namespace kestrune

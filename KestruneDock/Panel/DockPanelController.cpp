@@ -1,0 +1,378 @@
+#include "KestruneDock/Panel/DockPanelController.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <numbers>
+
+#include <QBitmap>
+#include <QDesktopServices>
+#include <QFontMetricsF>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPainterPath>
+#include <QRegion>
+#include <QScreen>
+#include <QUrl>
+
+#include "KestruneDock/Dock/DockStore.h"
+#include "KestruneDock/Panel/DockPanel.h"
+#include "KestruneDock/Panel/DockWindow.h"
+#include "KestruneKit/Preferences/Preferences.h"
+
+namespace kestrune {
+
+namespace {
+
+QRectF toQt(const DockScreenRect& rect) { return { rect.x, rect.y, rect.width, rect.height }; }
+
+DockScreenRect fromQt(const QRect& rect) { return { double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height()) }; }
+
+// 60 frames a second while something moves; nothing at all otherwise.
+constexpr double frameSeconds = 1.0 / 60;
+
+} // namespace
+
+DockPanelController::DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime)
+    : preferences_(preferences), store_(store), runtime_(runtime), panel_(std::make_unique<DockPanel>(*this))
+{
+    dockwindow::prepare(*panel_);
+    translucent_ = dockwindow::compositingActive();
+    readPreferences();
+    storeWatch_ = store_.addObserver([this] { reload(); });
+    preferencesWatch_ = preferences_.addObserver([this](const std::string& key) {
+        if (DockPreferences::isDockKey(key))
+            readPreferences();
+    });
+    auto* app = qGuiApp;
+    screenWatches_.push_back(QObject::connect(app, &QGuiApplication::primaryScreenChanged, [this] { screensChanged(); }));
+    screenWatches_.push_back(QObject::connect(app, &QGuiApplication::screenAdded, [this] { screensChanged(); }));
+    screenWatches_.push_back(QObject::connect(app, &QGuiApplication::screenRemoved, [this] { screensChanged(); }));
+    screensChanged();
+}
+
+DockPanelController::~DockPanelController()
+{
+    for (auto& watch : screenWatches_)
+        QObject::disconnect(watch);
+    store_.removeObserver(storeWatch_);
+    preferences_.removeObserver(preferencesWatch_);
+}
+
+void DockPanelController::readPreferences()
+{
+    values_ = DockPreferences::read(preferences_);
+    layout_.setPreferences(values_);
+    reload();
+}
+
+void DockPanelController::reload()
+{
+    items_.clear();
+    auto addApps = [this](const std::vector<DockApp>& apps) {
+        for (const DockApp& app : apps)
+            items_.push_back({ { DockSlotKind::app }, app.url, store_.name(app.url), app.running.has_value(),
+                store_.launching().contains(app.url) });
+    };
+    addApps(store_.pinnedItems());
+    if (!store_.othersAndRecents().empty()) {
+        if (!items_.empty())
+            items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
+        addApps(store_.othersAndRecents());
+    }
+    if (!items_.empty())
+        items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
+    for (const std::string& folder : store_.stackURLs())
+        items_.push_back({ { DockSlotKind::stack }, folder, std::filesystem::path(folder).filename().string(), false, false });
+    items_.push_back({ { DockSlotKind::trash }, std::string(DockStore::trashIdentifier), "Trash", false, false });
+
+    std::vector<DockRowSlot> slots;
+    slots.reserve(items_.size());
+    for (const DockRowItem& item : items_) {
+        slots.push_back(item.slot);
+        if (!painters_.contains(item.slot.kind))
+            painters_[item.slot.kind] = makeSlotPainter(item.slot.kind, store_);
+    }
+    layout_.setHeldStill(store_.holdsTilesStill());
+    bool sameSlots = slots == layout_.slots();
+    if (!sameSlots) {
+        layout_.setSlots(std::move(slots));
+        hovered_.reset();
+    }
+    place();
+    if (animating() && !frames_.isArmed())
+        frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
+}
+
+void DockPanelController::screensChanged()
+{
+    QScreen* primary = QGuiApplication::primaryScreen();
+    if (primary != screen_) {
+        if (screen_)
+            QObject::disconnect(screen_, nullptr, panel_.get(), nullptr);
+        screen_ = primary;
+        if (screen_) {
+            // The panel is the context, so the connections go with it.
+            QObject::connect(screen_, &QScreen::geometryChanged, panel_.get(), [this] { place(); });
+            QObject::connect(screen_, &QScreen::physicalDotsPerInchChanged, panel_.get(), [this] { place(); });
+        }
+    }
+    place();
+}
+
+void DockPanelController::place()
+{
+    if (!screen_)
+        return;
+    const DockRowMetrics& metrics = layout_.metrics();
+    placement_ = DockPanelPlacement { fromQt(screen_->geometry()), fromQt(screen_->virtualGeometry()), values_.edge,
+        layout_.restingLength(), metrics.thickness(), layout_.spread(), layout_.raisedDepth() };
+    window_ = placement_.window(raise_);
+    panel_->setGeometry(toQt(window_).toRect());
+    // While auto-hide is on the dock reserves nothing: windows may use the whole screen.
+    std::array<uint32_t, 12> none {};
+    dockwindow::setStrut(*panel_, values_.autohide ? none : placement_.strut(screen_->devicePixelRatio()));
+    updateShape();
+    panel_->update();
+}
+
+void DockPanelController::setTranslucent(bool translucent)
+{
+    if (translucent == translucent_)
+        return;
+    translucent_ = translucent;
+    updateShape();
+    panel_->update();
+}
+
+void DockPanelController::show()
+{
+    heldDown_ = false;
+    shown_ = true;
+    place();
+    panel_->show();
+}
+
+void DockPanelController::orderOut(bool heldDown)
+{
+    heldDown_ = heldDown;
+    shown_ = false;
+    panel_->hide();
+}
+
+void DockPanelController::prepareToRise()
+{
+    if (!heldDown_)
+        return;
+    heldDown_ = false;
+    revealFrom_ = 0.6;
+    revealStarted_ = runtime_.now();
+    show();
+    if (!frames_.isArmed())
+        frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
+}
+
+bool DockPanelController::animating() const
+{
+    if (revealStarted_)
+        return true;
+    if (!values_.animateLaunch)
+        return false;
+    return std::any_of(items_.begin(), items_.end(), [](const DockRowItem& item) { return item.launching; });
+}
+
+void DockPanelController::tick()
+{
+    if (revealStarted_ && secondsBetween(*revealStarted_, runtime_.now()).count() >= revealSeconds) {
+        revealStarted_.reset();
+        revealFrom_ = 1;
+    }
+    bool launching = values_.animateLaunch && animating();
+    // A hop rises above the resting bar, so the window is raised while one goes on.
+    if (launching)
+        setRaise(DockPanelRaise::raised);
+    else if (!pointerInside_)
+        setRaise(DockPanelRaise::resting);
+    panel_->update();
+    if (!animating())
+        frames_.cancel();
+}
+
+void DockPanelController::setRaise(DockPanelRaise raise)
+{
+    if (raise == raise_)
+        return;
+    raise_ = raise;
+    window_ = placement_.window(raise_);
+    panel_->setGeometry(toQt(window_).toRect());
+    updateShape();
+    panel_->update();
+}
+
+std::optional<size_t> DockPanelController::hitAt(QPointF position) const
+{
+    auto [axis, depth] = placement_.toRow(window_, position.x(), position.y());
+    return layout_.hit(axis, depth);
+}
+
+void DockPanelController::pointerMoved(QPointF position)
+{
+    auto [axis, depth] = placement_.toRow(window_, position.x(), position.y());
+    auto hit = layout_.hit(axis, depth);
+    // Above the bar and off every tile the pointer is no longer on the dock: the window rests, so
+    // that what lies under that empty space gets the clicks.
+    if (!hit && depth > layout_.metrics().thickness()) {
+        pointerLeft();
+        return;
+    }
+    pointerInside_ = true;
+    // Raising moves the window's origin; the row point stays what it was.
+    setRaise(DockPanelRaise::raised);
+    layout_.setPointer(axis);
+    hovered_ = layout_.hit(axis, depth);
+    updateShape();
+    panel_->update();
+}
+
+void DockPanelController::pointerLeft()
+{
+    pointerInside_ = false;
+    hovered_.reset();
+    layout_.setPointer(std::nullopt);
+    if (!(values_.animateLaunch && animating()))
+        setRaise(DockPanelRaise::resting);
+    updateShape();
+    panel_->update();
+}
+
+void DockPanelController::clicked(QPointF position, Qt::MouseButton button)
+{
+    if (button != Qt::LeftButton)
+        return;
+    auto slot = hitAt(position);
+    if (!slot || *slot >= items_.size())
+        return;
+    const DockRowItem& item = items_[*slot];
+    switch (item.slot.kind) {
+    case DockSlotKind::app:
+        store_.launch(item.path);
+        break;
+    case DockSlotKind::stack:
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(item.path)));
+        break;
+    case DockSlotKind::trash:
+        QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
+        break;
+    default:
+        break;
+    }
+}
+
+void DockPanelController::updateShape()
+{
+    // With a compositor the empty parts of the window are see-through; without one they would be
+    // black, so the window is cut to what is drawn. At rest the window is the bar itself.
+    if (translucent_ || raise_ == DockPanelRaise::resting) {
+        dockwindow::setShape(*panel_, {});
+        return;
+    }
+    QImage drawn = panel_->render();
+    QRegion region(QBitmap::fromImage(drawn.createAlphaMask()));
+    std::vector<QRect> rects(region.begin(), region.end());
+    if (rects.empty())
+        rects.push_back(QRect(0, 0, 1, 1));
+    dockwindow::setShape(*panel_, rects);
+}
+
+void DockPanelController::paint(QPainter& painter, double devicePixelRatio)
+{
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(QRectF(0, 0, window_.width, window_.height), Qt::transparent);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setRenderHint(QPainter::Antialiasing);
+
+    const DockRowMetrics& metrics = layout_.metrics();
+    // Sliding in after the welcome: everything starts part of the way out past the edge.
+    if (revealStarted_) {
+        double done = std::clamp(secondsBetween(*revealStarted_, runtime_.now()).count() / revealSeconds, 0.0, 1.0);
+        double fraction = revealFrom_ + (1 - revealFrom_) * (1 - (1 - done) * (1 - done));
+        double away = (1 - fraction) * metrics.thickness();
+        switch (values_.edge) {
+        case DockEdge::bottom: painter.translate(0, away); break;
+        case DockEdge::left: painter.translate(-away, 0); break;
+        case DockEdge::right: painter.translate(away, 0); break;
+        }
+    }
+
+    DockPaintContext context;
+    context.metrics = &metrics;
+    context.devicePixelRatio = devicePixelRatio;
+    context.showIndicators = values_.showIndicators;
+    context.largestTile = metrics.iconSize * std::max(1.0, values_.magnification ? values_.magnifiedSize / metrics.iconSize : 1.0);
+    context.translucent = translucent_;
+    context.toWindow = [this](double axis, double depth) {
+        auto [x, y] = placement_.toWindow(window_, axis, depth);
+        return QPointF(x, y);
+    };
+
+    QRectF bar = toQt(placement_.toWindow(window_, layout_.bar()));
+    if (translucent_) {
+        double radius = std::min(metrics.thickness() * 0.28, 16.0);
+        QPainterPath path;
+        path.addRoundedRect(bar.adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+        painter.fillPath(path, QColor(28, 30, 34, 196));
+        painter.setPen(QPen(QColor(255, 255, 255, 46), 1));
+        painter.drawPath(path);
+    } else {
+        painter.fillRect(bar, QColor(0x2a, 0x2d, 0x32));
+    }
+
+    Date now = runtime_.now();
+    for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
+        const DockRowItem& item = items_[index];
+        DockSlotFrame frame = layout_.frames()[index];
+        if (item.launching && values_.animateLaunch) {
+            auto started = store_.launchStarted(item.path);
+            double elapsed = started ? secondsBetween(*started, now).count() : 0;
+            frame.tile.depth += metrics.iconSize * 0.4 * std::abs(std::sin(std::numbers::pi * elapsed / hopSeconds));
+        }
+        auto painterFor = painters_.find(item.slot.kind);
+        if (painterFor == painters_.end() || !painterFor->second)
+            continue;
+        painterFor->second->paint(painter, item, frame, toQt(placement_.toWindow(window_, frame.tile)), context);
+    }
+    if (hovered_ && raise_ == DockPanelRaise::raised)
+        paintLabel(painter, *hovered_, context);
+}
+
+void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context)
+{
+    if (slot >= items_.size() || items_[slot].name.empty() || items_[slot].slot.kind == DockSlotKind::divider)
+        return;
+    const DockSlotFrame& frame = layout_.frames()[slot];
+    QString text = QString::fromStdString(items_[slot].name);
+    QFont font = painter.font();
+    font.setPixelSize(13);
+    QFontMetricsF metrics(font);
+    QSizeF size(std::ceil(metrics.horizontalAdvance(text)) + 20, std::ceil(metrics.height()) + 8);
+    QPointF anchor = context.toWindow(frame.tile.axisCenter(), frame.tile.depthEnd() + 8);
+    QRectF box(QPointF(), size);
+    switch (values_.edge) {
+    case DockEdge::bottom: box.moveCenter(QPointF(anchor.x(), anchor.y() - size.height() / 2)); break;
+    case DockEdge::left: box.moveCenter(QPointF(anchor.x() + size.width() / 2, anchor.y())); break;
+    case DockEdge::right: box.moveCenter(QPointF(anchor.x() - size.width() / 2, anchor.y())); break;
+    }
+    // Inside the window, on whole pixels so the text is sharp.
+    QRectF inside(0, 0, window_.width, window_.height);
+    box.moveLeft(std::clamp(box.left(), inside.left() + 2, std::max(inside.left() + 2, inside.right() - box.width() - 2)));
+    box.moveTop(std::clamp(box.top(), inside.top() + 2, std::max(inside.top() + 2, inside.bottom() - box.height() - 2)));
+    box.moveTopLeft(QPointF(std::round(box.left()), std::round(box.top())));
+    QPainterPath path;
+    path.addRoundedRect(box, 6, 6);
+    painter.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
+    painter.setFont(font);
+    painter.setPen(QColor(245, 246, 247));
+    painter.drawText(box, Qt::AlignCenter, text);
+}
+
+} // namespace kestrune

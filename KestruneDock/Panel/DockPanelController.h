@@ -1,0 +1,120 @@
+#pragma once
+// OVERVIEW
+// Owns the dock's window and everything about where it stands and what it shows: it reads the
+// dock store's tiles and the dock preferences, lays the row out through the core (DockRowLayout,
+// DockPanelPlacement), puts the window on its edge of the primary screen with its strut, raises
+// it while the pointer is on it and lets it rest when the pointer leaves, and follows screens as
+// they change.
+//
+// TYPICAL USAGE
+//   DockPanelController controller(preferences, store, runtime);
+//   controller.show();
+//
+// Nothing runs while nothing moves: the frame timer runs only while a tile bounces or the dock
+// slides in, and stops itself at rest.
+//
+// Main thread only.
+
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <QMetaObject>
+#include <QPointF>
+#include <QRect>
+
+#include "KestruneDock/Dock/DockPanelPlacement.h"
+#include "KestruneDock/Dock/DockPreferences.h"
+#include "KestruneDock/Dock/DockRowLayout.h"
+#include "KestruneDock/Panel/DockRowPainters.h"
+#include "KestruneKit/Core/Runtime.h"
+
+class QPainter;
+class QScreen;
+
+namespace kestrune {
+
+class DockPanel;
+class DockStore;
+class Preferences;
+
+class DockPanelController {
+public:
+    // A launching tile hops this often, and the dock slides in over this long.
+    static constexpr double hopSeconds = 0.6;
+    static constexpr double revealSeconds = 0.25;
+
+    DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime);
+    ~DockPanelController();
+    DockPanelController(const DockPanelController&) = delete;
+    DockPanelController& operator=(const DockPanelController&) = delete;
+
+    void show();
+    // Out of sight (the welcome, a full-screen hand-over); `heldDown` until prepareToRise.
+    void orderOut(bool heldDown = false);
+    // After the welcome: the dock rises from 0.6 of its travel.
+    void prepareToRise();
+    [[nodiscard]] bool isShown() const { return shown_; }
+    [[nodiscard]] bool isHeldDown() const { return heldDown_; }
+
+    [[nodiscard]] DockPanel& panel() { return *panel_; }
+    [[nodiscard]] const DockRowLayout& layout() const { return layout_; }
+    [[nodiscard]] const DockPanelPlacement& placement() const { return placement_; }
+    [[nodiscard]] const std::vector<DockRowItem>& items() const { return items_; }
+    [[nodiscard]] DockPanelRaise raise() const { return raise_; }
+    [[nodiscard]] std::optional<size_t> hovered() const { return hovered_; }
+    [[nodiscard]] bool isTranslucent() const { return translucent_; }
+    // The window's rectangle in desktop coordinates, as placed.
+    [[nodiscard]] DockScreenRect windowRect() const { return window_; }
+
+    // From the panel, in window coordinates.
+    void pointerMoved(QPointF position);
+    void pointerLeft();
+    void clicked(QPointF position, Qt::MouseButton button);
+    void paint(QPainter& painter, double devicePixelRatio);
+
+    // Placement follows the screens: resolution, primary screen, screens added and removed.
+    void screensChanged();
+    // Whether a compositing manager runs; without one nothing translucent is drawn.
+    void setTranslucent(bool translucent);
+
+private:
+    void reload();
+    void readPreferences();
+    void place();
+    void setRaise(DockPanelRaise raise);
+    void updateShape();
+    void tick();
+    [[nodiscard]] bool animating() const;
+    [[nodiscard]] std::optional<size_t> hitAt(QPointF position) const;
+    void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
+
+    Preferences& preferences_;
+    DockStore& store_;
+    Runtime& runtime_;
+    std::unique_ptr<DockPanel> panel_;
+    DockPreferences values_;
+    DockRowLayout layout_;
+    DockPanelPlacement placement_;
+    DockScreenRect window_;
+    std::vector<DockRowItem> items_;
+    // One painter per kind of slot, shared by every slot of that kind (their caches are per path).
+    std::map<DockSlotKind, std::unique_ptr<DockSlotPainter>> painters_;
+    bool pointerInside_ = false;
+    DockPanelRaise raise_ = DockPanelRaise::resting;
+    std::optional<size_t> hovered_;
+    bool translucent_ = true;
+    bool shown_ = false;
+    bool heldDown_ = false;
+    // The slide-in: fraction of the travel done, and when it started.
+    double revealFrom_ = 1;
+    std::optional<Date> revealStarted_;
+    TimerHandle frames_;
+    uint64_t storeWatch_ = 0;
+    uint64_t preferencesWatch_ = 0;
+    std::vector<QMetaObject::Connection> screenWatches_;
+    QScreen* screen_ = nullptr;
+};
+
+} // namespace kestrune

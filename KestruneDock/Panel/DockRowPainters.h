@@ -1,0 +1,99 @@
+#pragma once
+// One small painter per kind of slot in the dock row. The panel lays the row out through the
+// core's DockRowLayout and hands each painter its slot's rectangle in window coordinates; a
+// painter draws inside it and keeps its own cache of images per size and pixel ratio. Widget
+// tiles join the row the same way, with painters of their own.
+//
+// Main thread only.
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <QColor>
+#include <QImage>
+#include <QPointF>
+#include <QRectF>
+
+#include "KestruneDock/Dock/DockRowLayout.h"
+
+class QPainter;
+
+namespace kestrune {
+
+class DockStore;
+
+// What one slot shows, as the panel last read it from the stores.
+struct DockRowItem {
+    DockRowSlot slot;
+    // The app's desktop entry, the stack's folder, or the trash's identifier.
+    std::string path;
+    std::string name;
+    bool running = false;
+    bool launching = false;
+};
+
+struct DockPaintContext {
+    const DockRowMetrics* metrics = nullptr;
+    double devicePixelRatio = 1;
+    // The size of a tile at the peak of magnification: the one size app icons are drawn at.
+    double largestTile = 0;
+    bool showIndicators = true;
+    // Row coordinates to the window's.
+    std::function<QPointF(double axis, double depth)> toWindow;
+    // The pixels behind the bar are the desktop's (a compositor blends them) or our own.
+    bool translucent = true;
+};
+
+class DockSlotPainter {
+public:
+    virtual ~DockSlotPainter() = default;
+    // `tile` is the slot's rectangle in window coordinates; `frame` its place in the row.
+    virtual void paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
+        const DockPaintContext& context) = 0;
+};
+
+// An application: its icon from the store's cache, and the running dot at the edge.
+class AppTilePainter final : public DockSlotPainter {
+public:
+    explicit AppTilePainter(DockStore& store) : store_(store) {}
+    void paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
+        const DockPaintContext& context) override;
+
+private:
+    DockStore& store_;
+    // Icons are drawn once at the magnified size; the resting size gets its own smooth copy, kept
+    // here by path with the bitmap it came from.
+    struct Resting {
+        const void* source = nullptr;
+        QImage image;
+    };
+    std::map<std::string, Resting> resting_;
+};
+
+// A theme icon by name, or a drawing of our own where the theme has none (a folder, the trash).
+class SymbolTilePainter final : public DockSlotPainter {
+public:
+    enum class Symbol { folder, trash };
+    explicit SymbolTilePainter(Symbol symbol) : symbol_(symbol) {}
+    void paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
+        const DockPaintContext& context) override;
+
+private:
+    Symbol symbol_;
+    QImage cached_;
+};
+
+class DividerPainter final : public DockSlotPainter {
+public:
+    void paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
+        const DockPaintContext& context) override;
+};
+
+[[nodiscard]] std::unique_ptr<DockSlotPainter> makeSlotPainter(DockSlotKind kind, DockStore& store);
+
+// The running indicator's place and size, shared by every painter that shows one.
+void paintIndicator(QPainter& painter, const DockSlotFrame& frame, const DockPaintContext& context);
+
+} // namespace kestrune

@@ -1,0 +1,28 @@
+#pragma once
+// The thin window-system calls that make a top-level widget a dock, one source per platform
+// (DockWindowX11.cpp here). Everything they are given is computed in the core.
+//
+// Main thread only.
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include <QRect>
+
+class QWidget;
+
+namespace kestrune::dockwindow {
+
+// Before the window is first shown: a dock (not a normal window), above others, on every
+// desktop, kept out of taskbars, pagers and the focus chain.
+void prepare(QWidget& window);
+// _NET_WM_STRUT_PARTIAL (and the older _NET_WM_STRUT) for the reserved stretch; all zero for none.
+void setStrut(QWidget& window, const std::array<uint32_t, 12>& strut);
+// The window's visible shape in its own device pixels; empty for the whole window.
+void setShape(QWidget& window, const std::vector<QRect>& rects);
+// Whether a compositing manager runs on the window's screen, so that translucent pixels blend
+// with what lies below instead of showing black.
+[[nodiscard]] bool compositingActive();
+
+} // namespace kestrune::dockwindow
