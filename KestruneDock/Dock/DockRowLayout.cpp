@@ -26,7 +26,8 @@ DockRowMetrics DockRowMetrics::forIconSize(double iconSize)
     metrics.gap = std::round(std::max(2.0, metrics.iconSize * 0.12));
     metrics.padding = std::round(std::max(3.0, metrics.iconSize * 0.14));
     metrics.dividerLength = std::round(std::max(6.0, metrics.iconSize * 0.28));
-    metrics.labelRoom = std::round(std::max(24.0, metrics.iconSize * 0.5));
+    // The name label: 8 points off the tile, about 25 high, and a little air above it.
+    metrics.labelRoom = std::round(std::max(38.0, metrics.iconSize * 0.5));
     return metrics;
 }
 

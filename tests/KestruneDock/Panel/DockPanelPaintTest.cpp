@@ -1,0 +1,189 @@
+#include <filesystem>
+
+#include <QIcon>
+#include <QImage>
+#include <QPainter>
+#include <gtest/gtest.h>
+
+#include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/Dock/DockStore.h"
+#include "KestruneDock/Panel/DockPanel.h"
+#include "KestruneDock/Panel/DockPanelController.h"
+#include "KestruneDock/Panel/TileRasterQt.h"
+#include "KestruneKit/Preferences/Preferences.h"
+#include "tests/helpers/FakeWorkspace.h"
+#include "tests/helpers/TestSupport.h"
+
+namespace kestrune {
+namespace {
+
+// A theme of two flat squares, made here so that no machine's own theme decides a pixel.
+void makeIconTheme(const test::TemporaryFolder& folder)
+{
+    folder.write("icons/kestrune-test/index.theme",
+        "[Icon Theme]\nName=kestrune-test\nDirectories=scalable/apps\n\n"
+        "[scalable/apps]\nSize=64\nMinSize=8\nMaxSize=512\nType=Scalable\n");
+    auto square = [](const char* colour) {
+        return std::string("<svg xmlns='http://www.w3.org/2000/svg' width='64' height='64'>"
+                           "<rect width='64' height='64' fill='") + colour + "'/></svg>";
+    };
+    folder.write("icons/kestrune-test/scalable/apps/kestrune-red.svg", square("#ff0000"));
+    folder.write("icons/kestrune-test/scalable/apps/kestrune-blue.svg", square("#0000ff"));
+    QIcon::setThemeSearchPaths({ QString::fromStdString(folder.path() + "/icons") });
+    QIcon::setThemeName(QStringLiteral("kestrune-test"));
+}
+
+void save(const QImage& image, const std::string& name)
+{
+    std::filesystem::create_directories(KESTRUNE_SCREENS);
+    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/" + name + ".png"));
+}
+
+class DockPanelPaint : public ::testing::Test {
+protected:
+    DockPanelPaint()
+    {
+        makeIconTheme(folder);
+        workspace.suffix = ".desktop";
+        for (const char* app : { "/apps/red.desktop", "/apps/blue.desktop" })
+            workspace.files.insert(app);
+        workspace.icons["/apps/red.desktop"] = { "kestrune-red", false };
+        workspace.icons["/apps/blue.desktop"] = { "kestrune-blue", false };
+        workspace.running = { { 42, "/apps/red.desktop", true } };
+        preferences.set(DockStore::pinnedKey, std::vector<std::string> { "/apps/red.desktop", "/apps/blue.desktop" });
+        preferences.set("iconSize", 48.0);
+        preferences.set("magnifiedSize", 96.0);
+        store = std::make_unique<DockStore>(preferences, workspace, runtime, &raster);
+        controller = std::make_unique<DockPanelController>(preferences, *store, runtime);
+        controller->setTranslucent(true);
+    }
+
+    // The centre of a slot in the window as placed now.
+    QPointF center(size_t slot, double depth) const
+    {
+        const auto& frame = controller->layout().frames()[slot];
+        auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), depth);
+        return { x, y };
+    }
+
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences { folder.file("app.quillane.dock.json") };
+    test::FakeWorkspace workspace;
+    QtRuntime runtime;
+    TileRasterQt raster;
+    std::unique_ptr<DockStore> store;
+    std::unique_ptr<DockPanelController> controller;
+};
+
+QColor at(const QImage& image, QPointF point)
+{
+    double ratio = image.devicePixelRatio();
+    return image.pixelColor(static_cast<int>(point.x() * ratio), static_cast<int>(point.y() * ratio));
+}
+
+TEST_F(DockPanelPaint, DrawsTilesIndicatorsAndDividersOnTheBar)
+{
+    // Pinned red (running), pinned blue, divider, trash.
+    ASSERT_EQ(controller->items().size(), 4u);
+    EXPECT_EQ(controller->items()[2].slot.kind, DockSlotKind::divider);
+    QImage image = controller->panel().render();
+    save(image, "panel-resting-1x");
+    const DockRowMetrics& metrics = controller->layout().metrics();
+    EXPECT_EQ(image.size(), QSize(static_cast<int>(controller->layout().restingLength()), static_cast<int>(metrics.thickness())));
+
+    QColor red = at(image, center(0, metrics.padding + 24));
+    EXPECT_GT(red.red(), 240);
+    EXPECT_LT(red.blue(), 20);
+    QColor blue = at(image, center(1, metrics.padding + 24));
+    EXPECT_GT(blue.blue(), 240);
+    EXPECT_LT(blue.red(), 20);
+
+    // The running app has its dot at the edge; the other has only the bar there.
+    QColor dot = at(image, center(0, metrics.padding / 2));
+    EXPECT_GT(dot.lightness(), 200);
+    QColor noDot = at(image, center(1, metrics.padding / 2));
+    EXPECT_LT(noDot.lightness(), 80);
+    EXPECT_GT(noDot.alpha(), 150) << "the bar is there, translucent";
+    EXPECT_LT(noDot.alpha(), 255);
+
+    // The divider is a light hairline across the dark bar.
+    QPointF line = center(2, metrics.thickness() / 2);
+    int lightest = 0;
+    for (double dx : { -1.0, 0.0, 1.0 })
+        lightest = std::max(lightest, at(image, line + QPointF(dx, 0)).lightness());
+    EXPECT_GT(lightest, noDot.lightness() + 20);
+
+    // Rounded ends: the very corner is see-through.
+    EXPECT_EQ(image.pixelColor(0, 0).alpha(), 0);
+
+    // showIndicators off: no dot.
+    preferences.set("showIndicators", false);
+    image = controller->panel().render();
+    EXPECT_LT(at(image, center(0, metrics.padding / 2)).lightness(), 80);
+}
+
+TEST_F(DockPanelPaint, MagnifiesUnderThePointerWithTheNameAboveAndRestsWhenItLeaves)
+{
+    const DockRowMetrics& metrics = controller->layout().metrics();
+    QPointF onBlue = center(1, metrics.thickness() / 2);
+    controller->pointerMoved(onBlue);
+    EXPECT_EQ(controller->raise(), DockPanelRaise::raised);
+    ASSERT_EQ(controller->hovered(), 1u);
+    EXPECT_DOUBLE_EQ(controller->layout().frames()[1].scale, 2.0);
+
+    QImage image = controller->panel().render();
+    save(image, "panel-magnified-1x");
+    EXPECT_EQ(image.height(), static_cast<int>(std::round(controller->layout().raisedDepth())));
+    // The magnified tile is blue a whole icon above the resting bar.
+    EXPECT_GT(at(image, center(1, metrics.padding + 80)).blue(), 240);
+    // The name's label stands above it: opaque dark, with light text somewhere in it.
+    QPointF labelCenter = center(1, metrics.padding + 96 + 8 + 12);
+    EXPECT_GT(at(image, labelCenter + QPointF(0, -9)).alpha(), 200);
+    bool text = false;
+    for (int dy = -4; dy <= 4 && !text; ++dy)
+        for (int dx = -30; dx <= 30 && !text; ++dx)
+            text = at(image, labelCenter + QPointF(dx, dy)).lightness() > 150;
+    EXPECT_TRUE(text) << "the label has its name written in it";
+
+    // Above the tiles and off them the pointer has left the dock: the window rests again.
+    controller->pointerMoved(center(1, metrics.padding + 140) + QPointF(200, 0));
+    EXPECT_EQ(controller->raise(), DockPanelRaise::resting);
+    EXPECT_EQ(controller->layout().frames()[1].scale, 1.0);
+    controller->pointerMoved(onBlue);
+    controller->pointerLeft();
+    EXPECT_EQ(controller->raise(), DockPanelRaise::resting);
+    EXPECT_FALSE(controller->hovered());
+}
+
+TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
+{
+    const DockRowMetrics& metrics = controller->layout().metrics();
+    auto window = controller->windowRect();
+    QImage double2(static_cast<int>(window.width * 2), static_cast<int>(window.height * 2), QImage::Format_ARGB32_Premultiplied);
+    double2.setDevicePixelRatio(2);
+    double2.fill(Qt::transparent);
+    {
+        QPainter painter(&double2);
+        controller->paint(painter, 2);
+    }
+    save(double2, "panel-resting-2x");
+    // Drawn at 96 device pixels, the icon's edge is a clean step: one pixel in, full red; one
+    // out, none of it.
+    const auto& tile = controller->layout().frames()[0].tile;
+    QPointF inside = center(0, metrics.padding + 24);
+    int leftEdge = static_cast<int>(std::round((tile.axis) * 2));
+    int y = static_cast<int>(inside.y() * 2);
+    EXPECT_GT(double2.pixelColor(leftEdge + 1, y).red(), 240);
+    EXPECT_LT(double2.pixelColor(leftEdge - 2, y).red(), 60);
+    EXPECT_GT(at(double2, center(0, metrics.padding / 2)).lightness(), 200) << "the dot at 2x";
+
+    // Without a compositor nothing may be see-through: the bar is opaque edge to edge.
+    controller->setTranslucent(false);
+    QImage opaque = controller->panel().render();
+    save(opaque, "panel-opaque-1x");
+    EXPECT_EQ(opaque.pixelColor(0, 0).alpha(), 255);
+    EXPECT_EQ(opaque.pixelColor(opaque.width() - 1, opaque.height() - 1).alpha(), 255);
+}
+
+} // namespace
+} // namespace kestrune
