@@ -1,6 +1,7 @@
 // kestrune-dock: the dock. An accessory app: no window of its own in the taskbar, a tray icon,
 // and the dock panel on a screen edge.
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ int main(int argc, char** argv)
 {
     // The icon lives in the app's library, whose resources are not registered by themselves.
     Q_INIT_RESOURCE(app);
+    // With no session bus, D-Bus would start one of its own for the tray icon's first question
+    // and leave it running: a daemon the user never asked for. The tray then uses XEmbed.
+    setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
     QApplication::setApplicationName(QStringLiteral("Kestrune Dock"));
     QApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("app.quillane.dock"));

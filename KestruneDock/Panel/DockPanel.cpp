@@ -35,22 +35,26 @@ void DockPanel::paintEvent(QPaintEvent*)
     controller_.paint(painter, devicePixelRatioF());
 }
 
-void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(event->position()); }
+void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(event->globalPosition()); }
 
 void DockPanel::mouseReleaseEvent(QMouseEvent* event)
 {
     if (rect().contains(event->position().toPoint()))
-        controller_.clicked(event->position(), event->button());
+        controller_.clicked(event->globalPosition(), event->button());
 }
 
-void DockPanel::enterEvent(QEnterEvent* event) { controller_.pointerMoved(event->position()); }
+void DockPanel::enterEvent(QEnterEvent* event) { controller_.pointerMoved(event->globalPosition()); }
 
 void DockPanel::leaveEvent(QEvent*)
 {
-    // Growing the window under the pointer can report a leave that is none.
-    if (geometry().contains(QCursor::pos()))
-        return;
-    controller_.pointerLeft();
+    // Growing the window under the pointer can report a leave that is none, and without a
+    // compositor the window is cut to its tiles, so the pointer leaves it inside its rectangle:
+    // where the pointer is now decides.
+    QPoint pointer = QCursor::pos();
+    if (geometry().contains(pointer))
+        controller_.pointerMoved(pointer);
+    else
+        controller_.pointerLeft();
 }
 
 } // namespace kestrune

@@ -209,15 +209,17 @@ void DockPanelController::setRaise(DockPanelRaise raise)
     panel_->update();
 }
 
-std::optional<size_t> DockPanelController::hitAt(QPointF position) const
+std::optional<size_t> DockPanelController::hitAt(QPointF global) const
 {
-    auto [axis, depth] = placement_.toRow(window_, position.x(), position.y());
+    auto [axis, depth] = placement_.toRow(window_, global.x() - window_.x, global.y() - window_.y);
     return layout_.hit(axis, depth);
 }
 
-void DockPanelController::pointerMoved(QPointF position)
+void DockPanelController::pointerMoved(QPointF global)
 {
-    auto [axis, depth] = placement_.toRow(window_, position.x(), position.y());
+    // Desktop coordinates, not the window's: while the window grows or rests, events still in
+    // flight are relative to the size it had, and would land on the wrong tile.
+    auto [axis, depth] = placement_.toRow(window_, global.x() - window_.x, global.y() - window_.y);
     auto hit = layout_.hit(axis, depth);
     // Above the bar and off every tile the pointer is no longer on the dock: the window rests, so
     // that what lies under that empty space gets the clicks.
@@ -245,11 +247,11 @@ void DockPanelController::pointerLeft()
     panel_->update();
 }
 
-void DockPanelController::clicked(QPointF position, Qt::MouseButton button)
+void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
 {
     if (button != Qt::LeftButton)
         return;
-    auto slot = hitAt(position);
+    auto slot = hitAt(global);
     if (!slot || *slot >= items_.size())
         return;
     const DockRowItem& item = items_[*slot];

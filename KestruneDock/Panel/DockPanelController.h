@@ -68,10 +68,10 @@ public:
     // The window's rectangle in desktop coordinates, as placed.
     [[nodiscard]] DockScreenRect windowRect() const { return window_; }
 
-    // From the panel, in window coordinates.
-    void pointerMoved(QPointF position);
+    // From the panel, in desktop coordinates.
+    void pointerMoved(QPointF global);
     void pointerLeft();
-    void clicked(QPointF position, Qt::MouseButton button);
+    void clicked(QPointF global, Qt::MouseButton button);
     void paint(QPainter& painter, double devicePixelRatio);
 
     // Placement follows the screens: resolution, primary screen, screens added and removed.
@@ -87,7 +87,7 @@ private:
     void updateShape();
     void tick();
     [[nodiscard]] bool animating() const;
-    [[nodiscard]] std::optional<size_t> hitAt(QPointF position) const;
+    [[nodiscard]] std::optional<size_t> hitAt(QPointF global) const;
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
 
     Preferences& preferences_;

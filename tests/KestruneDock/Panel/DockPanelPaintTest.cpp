@@ -66,6 +66,13 @@ protected:
         return { x, y };
     }
 
+    // The same on the desktop, as pointer events give it.
+    QPointF onDesktop(size_t slot, double depth) const
+    {
+        auto window = controller->windowRect();
+        return center(slot, depth) + QPointF(window.x, window.y);
+    }
+
     test::TemporaryFolder folder;
     JSONFilePreferences preferences { folder.file("app.quillane.dock.json") };
     test::FakeWorkspace workspace;
@@ -125,7 +132,7 @@ TEST_F(DockPanelPaint, DrawsTilesIndicatorsAndDividersOnTheBar)
 TEST_F(DockPanelPaint, MagnifiesUnderThePointerWithTheNameAboveAndRestsWhenItLeaves)
 {
     const DockRowMetrics& metrics = controller->layout().metrics();
-    QPointF onBlue = center(1, metrics.thickness() / 2);
+    QPointF onBlue = onDesktop(1, metrics.thickness() / 2);
     controller->pointerMoved(onBlue);
     EXPECT_EQ(controller->raise(), DockPanelRaise::raised);
     ASSERT_EQ(controller->hovered(), 1u);
@@ -146,7 +153,7 @@ TEST_F(DockPanelPaint, MagnifiesUnderThePointerWithTheNameAboveAndRestsWhenItLea
     EXPECT_TRUE(text) << "the label has its name written in it";
 
     // Above the tiles and off them the pointer has left the dock: the window rests again.
-    controller->pointerMoved(center(1, metrics.padding + 140) + QPointF(200, 0));
+    controller->pointerMoved(onDesktop(1, metrics.padding + 140) + QPointF(200, 0));
     EXPECT_EQ(controller->raise(), DockPanelRaise::resting);
     EXPECT_EQ(controller->layout().frames()[1].scale, 1.0);
     controller->pointerMoved(onBlue);

@@ -1,0 +1,261 @@
+// The dock on a real X server and window manager, driven as a user would: synthetic pointer
+// input, results read back through X properties, screenshots under build/screens/.
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "KestruneKit/Process/ChildProcess.h"
+#include "tests/helpers/TestSupport.h"
+#include "tests/helpers/XSession.h"
+
+namespace kestrune {
+namespace {
+
+using test::XSession;
+
+// A user's home for the dock: three pinned apps from a private applications folder.
+class DockHome {
+public:
+    DockHome()
+    {
+        for (const char* name : { "Alpha", "Beta", "Gamma" })
+            folder.write(std::string("share/applications/") + name + ".desktop",
+                std::string("[Desktop Entry]\nType=Application\nName=") + name + "\nExec=/bin/true\n");
+        nlohmann::json preferences;
+        preferences["pinnedApps"] = { folder.file("share/applications/Alpha.desktop"), folder.file("share/applications/Beta.desktop"),
+            folder.file("share/applications/Gamma.desktop") };
+        folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+        ::mkdir(folder.file("run").c_str(), 0700);
+    }
+
+    [[nodiscard]] std::string preferencesText() const { return test::readFile(folder.file("config/kestrune-dock/app.quillane.dock.json")); }
+
+    [[nodiscard]] Environment environment(const XSession& session, const Environment& extra = {}) const
+    {
+        Environment environment = session.environment();
+        environment["HOME"] = folder.path();
+        environment["XDG_CONFIG_HOME"] = folder.file("config");
+        environment["XDG_DATA_HOME"] = folder.file("data");
+        environment["XDG_DATA_DIRS"] = folder.file("share");
+        environment["XDG_RUNTIME_DIR"] = folder.file("run");
+        environment["QT_QPA_PLATFORM"] = "xcb";
+        environment.erase("QT_SCALE_FACTOR");
+        for (const auto& [name, value] : extra)
+            environment[name] = value;
+        return environment;
+    }
+
+    test::TemporaryFolder folder;
+};
+
+std::unique_ptr<ChildProcess> startDock(const Environment& environment)
+{
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_DOCK;
+    options.environment = environment;
+    options.output = ChildStream::nullDevice;
+    options.error = ChildStream::pipe;
+    auto spawned = ChildProcess::spawn(options);
+    if (auto* failure = std::get_if<SpawnFailure>(&spawned)) {
+        ADD_FAILURE() << failure->description();
+        return nullptr;
+    }
+    return std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
+}
+
+// Reads what a pipe has until `wanted` appears or `seconds` pass.
+bool readUntil(int fd, std::string& text, const std::string& wanted, double seconds = 20)
+{
+    return test::eventually([&] {
+        pollfd waiting { fd, POLLIN, 0 };
+        if (::poll(&waiting, 1, 50) > 0) {
+            char buffer[512];
+            ssize_t count = ::read(fd, buffer, sizeof buffer);
+            if (count > 0)
+                text.append(buffer, static_cast<size_t>(count));
+        }
+        return text.find(wanted) != std::string::npos;
+    }, seconds);
+}
+
+class DockDesktop : public ::testing::TestWithParam<XSession::WindowManager> {};
+
+TEST(DockDesktopWindow, IsADockOnEveryDesktopReservingOnlyItsRestingBar)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid());
+    ASSERT_TRUE(window) << "the dock's window never appeared";
+
+    EXPECT_EQ(session.atoms(*window, "_NET_WM_WINDOW_TYPE"), std::vector<std::string> { "_NET_WM_WINDOW_TYPE_DOCK" });
+    auto states = session.atoms(*window, "_NET_WM_STATE");
+    for (const char* state : { "_NET_WM_STATE_ABOVE", "_NET_WM_STATE_SKIP_TASKBAR", "_NET_WM_STATE_SKIP_PAGER" })
+        EXPECT_NE(std::find(states.begin(), states.end(), state), states.end()) << state;
+    EXPECT_EQ(session.cardinals(*window, "_NET_WM_DESKTOP"), std::vector<uint32_t> { 0xFFFFFFFF });
+
+    // Centred on the bottom edge, and the strut reserves that bar's stretch and height only.
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+    EXPECT_NEAR(bar.x + bar.width / 2.0, 640, 1);
+    EXPECT_LT(bar.height, 100) << "at rest the window is the bar, not the magnified row";
+    auto strut = session.cardinals(*window, "_NET_WM_STRUT_PARTIAL");
+    ASSERT_EQ(strut.size(), 12u);
+    EXPECT_EQ(strut[3], static_cast<uint32_t>(bar.height));
+    EXPECT_EQ(strut[10], static_cast<uint32_t>(bar.x));
+    EXPECT_EQ(strut[11], static_cast<uint32_t>(bar.x + bar.width - 1));
+    EXPECT_EQ(strut[0] + strut[1] + strut[2], 0u);
+    // The window manager takes the strut off the work area.
+    auto workarea = session.cardinals(session.root(), "_NET_WORKAREA");
+    ASSERT_GE(workarea.size(), 4u);
+    EXPECT_EQ(workarea[3], static_cast<uint32_t>(800 - bar.height));
+    session.screenshot("desktop-dock-openbox-1x");
+
+    // Hovered, it rises and spreads; the pointer away, it is the bar again.
+    session.move(640, 800 - bar.height / 2);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height > bar.height; }));
+    session.screenshot("desktop-dock-hovered-openbox-1x");
+    session.move(100, 100);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height == bar.height; }));
+}
+
+TEST(DockDesktopWindow, ReservesDevicePixelsAtTwiceTheScale)
+{
+    XSession session(XSession::WindowManager::openbox, 2560, 1600);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session, { { "QT_SCALE_FACTOR", "2" } }));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid());
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 1600; }));
+    test::XRect bar = session.geometry(*window);
+    EXPECT_EQ(bar.height, 2 * 66) << "a 52-point tile with its padding, in device pixels";
+    auto strut = session.cardinals(*window, "_NET_WM_STRUT_PARTIAL");
+    ASSERT_EQ(strut.size(), 12u);
+    EXPECT_EQ(strut[3], static_cast<uint32_t>(bar.height));
+    session.move(1280, 1600 - 66);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height > bar.height; }));
+    session.screenshot("desktop-dock-hovered-openbox-2x");
+}
+
+TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
+{
+    XSession session(GetParam());
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_CLICK_TARGET;
+    options.arguments = { "340", "560", "600", "200" };
+    options.environment = session.environment();
+    options.error = ChildStream::inherit;
+    auto spawned = ChildProcess::spawn(options);
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ChildProcess>>(spawned));
+    auto& target = *std::get<std::unique_ptr<ChildProcess>>(spawned);
+    std::string presses;
+    ASSERT_TRUE(readUntil(target.outputFd(), presses, "mapped"));
+
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid());
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+    int top = bar.y;
+
+    // The pointer comes from elsewhere and clicks 20 px above the bar.
+    session.move(100, 100);
+    session.click(640, top - 20);
+    EXPECT_TRUE(readUntil(target.outputFd(), presses, "press 640 " + std::to_string(top - 20)))
+        << session.managerName() << ": the click went to the dock, not the window below; got: " << presses;
+
+    // From the dock up into the empty space above the magnified tiles: the dock lets go there.
+    session.move(640, 800 - bar.height / 2);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height > bar.height; }));
+    session.screenshot(std::string("desktop-click-through-") + (GetParam() == XSession::WindowManager::openbox ? "openbox" : "xfwm4"));
+    int x = bar.x + 2;
+    int above = session.geometry(*window).y + 4;
+    session.move(x, above);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height == bar.height; }));
+    session.click(x, above);
+    EXPECT_TRUE(readUntil(target.outputFd(), presses, "press " + std::to_string(x) + " " + std::to_string(above))) << presses;
+}
+
+INSTANTIATE_TEST_SUITE_P(WindowManagers, DockDesktop,
+    ::testing::Values(XSession::WindowManager::openbox, XSession::WindowManager::xfwm4),
+    [](const auto& info) { return info.param == XSession::WindowManager::openbox ? "Openbox" : "Xfwm4"; });
+
+TEST(DockDesktopLifecycle, ASecondLaunchLeavesOneDockAndTheFirstReopens)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto first = startDock(home.environment(session));
+    ASSERT_TRUE(first);
+    ASSERT_TRUE(session.waitForClient(first->pid()));
+
+    auto second = startDock(home.environment(session));
+    ASSERT_TRUE(second);
+    ExitStatus status = second->wait();
+    EXPECT_TRUE(status.succeeded()) << status.exitCode();
+    std::string said;
+    EXPECT_TRUE(readUntil(first->errorFd(), said, "reopen")) << said;
+    EXPECT_FALSE(first->hasExited());
+
+    // Two started at the same moment (the first one gone) leave exactly one.
+    first->signal(SIGTERM);
+    first->wait();
+    auto a = startDock(home.environment(session));
+    auto b = startDock(home.environment(session));
+    ASSERT_TRUE(a && b);
+    ASSERT_TRUE(test::eventually([&] { return a->hasExited() || b->hasExited(); }));
+    ChildProcess& left = a->hasExited() ? *a : *b;
+    ChildProcess& stayed = a->hasExited() ? *b : *a;
+    EXPECT_TRUE(left.wait().succeeded());
+    EXPECT_TRUE(session.waitForClient(stayed.pid()));
+    size_t docks = 0;
+    for (xcb_window_t window : session.clients())
+        docks += session.atoms(window, "_NET_WM_WINDOW_TYPE") == std::vector<std::string> { "_NET_WM_WINDOW_TYPE_DOCK" };
+    EXPECT_EQ(docks, 1u);
+
+    // A killed instance holds nothing back: the next start is the instance.
+    stayed.signal(SIGKILL);
+    stayed.wait();
+    auto next = startDock(home.environment(session));
+    ASSERT_TRUE(next);
+    EXPECT_TRUE(session.waitForClient(next->pid()));
+}
+
+TEST(DockDesktopLifecycle, EndsOnTermIntAndHupWithStatusZeroAndThePreferencesIntact)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    std::string before = home.preferencesText();
+    for (int signal : { SIGTERM, SIGINT, SIGHUP }) {
+        auto dock = startDock(home.environment(session));
+        ASSERT_TRUE(dock);
+        ASSERT_TRUE(session.waitForClient(dock->pid()));
+        dock->signal(signal);
+        ExitStatus status = dock->wait();
+        EXPECT_TRUE(status.succeeded()) << "signal " << signal << ": " << status.exitCode();
+        auto preferences = nlohmann::json::parse(home.preferencesText());
+        EXPECT_EQ(preferences["pinnedApps"], nlohmann::json::parse(before)["pinnedApps"]) << signal;
+    }
+}
+
+} // namespace
+} // namespace kestrune

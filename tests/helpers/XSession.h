@@ -1,0 +1,73 @@
+#pragma once
+// A desktop for a test: Xvfb on a display of its own and a window manager on it, both ended with
+// the session. Windows are found and read back through xcb; input is synthetic (XTest, through
+// xdotool), and screenshots go to build/screens/ for people to look at.
+//
+//   test::XSession session(test::XSession::WindowManager::openbox);
+//   if (!session.available()) GTEST_SKIP() << session.problem();
+//   auto window = session.waitForClient(pid);
+//   session.click(640, 700);
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <xcb/xcb.h>
+
+#include "KestruneKit/Core/Environment.h"
+#include "KestruneKit/Process/ChildProcess.h"
+
+namespace kestrune::test {
+
+struct XRect {
+    int x = 0;
+    int y = 0;
+    int width = 0;
+    int height = 0;
+};
+
+class XSession {
+public:
+    enum class WindowManager { openbox, xfwm4 };
+
+    explicit XSession(WindowManager manager, int width = 1280, int height = 800);
+    ~XSession();
+    XSession(const XSession&) = delete;
+    XSession& operator=(const XSession&) = delete;
+
+    [[nodiscard]] bool available() const { return connection_ != nullptr && problem_.empty(); }
+    [[nodiscard]] const std::string& problem() const { return problem_; }
+    [[nodiscard]] const std::string& display() const { return display_; }
+    [[nodiscard]] xcb_window_t root() const { return root_; }
+    [[nodiscard]] const char* managerName() const;
+    // This process's environment with the session's DISPLAY.
+    [[nodiscard]] Environment environment() const;
+
+    // The managed window of a process, waited for; none if it does not come.
+    [[nodiscard]] std::optional<xcb_window_t> waitForClient(pid_t pid, double seconds = 20);
+    [[nodiscard]] std::vector<xcb_window_t> clients();
+    [[nodiscard]] std::vector<uint32_t> cardinals(xcb_window_t window, const char* property);
+    [[nodiscard]] std::vector<std::string> atoms(xcb_window_t window, const char* property);
+    // Where the window is on the screen.
+    [[nodiscard]] XRect geometry(xcb_window_t window);
+
+    void move(int x, int y);
+    void click(int x, int y);
+    void screenshot(const std::string& name);
+
+private:
+    [[nodiscard]] xcb_atom_t atom(const char* name);
+    [[nodiscard]] std::string atomName(xcb_atom_t atom);
+    void run(const std::vector<std::string>& arguments);
+
+    WindowManager manager_;
+    std::string problem_;
+    std::string display_;
+    std::unique_ptr<ChildProcess> server_;
+    std::unique_ptr<ChildProcess> windowManager_;
+    xcb_connection_t* connection_ = nullptr;
+    xcb_window_t root_ = 0;
+};
+
+} // namespace kestrune::test

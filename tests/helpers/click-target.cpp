@@ -1,0 +1,58 @@
+// A plain window that reports the clicks it receives, for the desktop tests: it asks for the
+// geometry given on its command line (as a user-placed window), prints "mapped" once it is on
+// screen and "press X Y" (root coordinates) for each button press.
+//
+//   kestrune-click-target X Y WIDTH HEIGHT
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <xcb/xcb.h>
+#include <xcb/xcb_icccm.h>
+
+int main(int argc, char** argv)
+{
+    if (argc != 5)
+        return 2;
+    int x = std::atoi(argv[1]), y = std::atoi(argv[2]), width = std::atoi(argv[3]), height = std::atoi(argv[4]);
+    xcb_connection_t* c = xcb_connect(nullptr, nullptr);
+    if (xcb_connection_has_error(c))
+        return 1;
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    xcb_window_t window = xcb_generate_id(c);
+    uint32_t values[] = { 0x3a6ea5, XCB_EVENT_MASK_BUTTON_PRESS | XCB_EVENT_MASK_EXPOSURE | XCB_EVENT_MASK_STRUCTURE_NOTIFY };
+    xcb_create_window(c, XCB_COPY_FROM_PARENT, window, screen->root, static_cast<int16_t>(x), static_cast<int16_t>(y),
+        static_cast<uint16_t>(width), static_cast<uint16_t>(height), 0, XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+        XCB_CW_BACK_PIXEL | XCB_CW_EVENT_MASK, values);
+    xcb_size_hints_t hints {};
+    xcb_icccm_size_hints_set_position(&hints, 1, x, y);
+    xcb_icccm_size_hints_set_size(&hints, 1, width, height);
+    xcb_icccm_set_wm_normal_hints(c, window, &hints);
+    const char* title = "click target";
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
+        static_cast<uint32_t>(std::strlen(title)), title);
+    xcb_map_window(c, window);
+    xcb_flush(c);
+    bool announced = false;
+    while (xcb_generic_event_t* event = xcb_wait_for_event(c)) {
+        switch (event->response_type & 0x7f) {
+        case XCB_EXPOSE:
+            if (!announced) {
+                std::printf("mapped\n");
+                announced = true;
+            }
+            break;
+        case XCB_BUTTON_PRESS: {
+            auto* press = reinterpret_cast<xcb_button_press_event_t*>(event);
+            std::printf("press %d %d\n", press->root_x, press->root_y);
+            break;
+        }
+        default:
+            break;
+        }
+        std::fflush(stdout);
+        std::free(event);
+    }
+    return 0;
+}
