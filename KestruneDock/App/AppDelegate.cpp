@@ -18,7 +18,8 @@
 #include "KestruneDock/App/SignalWatch.h"
 #include "KestruneDock/App/SingleInstance.h"
 #include "KestruneDock/Dock/DockStore.h"
-#include "KestruneDock/Dock/Workspace.h"
+#include "KestruneDock/Desktop/DesktopWindowWatch.h"
+#include "KestruneDock/Dock/WorkspaceLinux.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
@@ -45,6 +46,7 @@ AppDelegate::~AppDelegate()
     menuBarIcon_.reset();
     dockController_.reset();
     store_.reset();
+    windowWatch_.reset();
 }
 
 std::optional<int> AppDelegate::applicationDidFinishLaunching()
@@ -105,6 +107,8 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
 
     // 10. The dock panel.
     workspace_ = Workspace::forThisPlatform(*runtime_);
+    if (auto* desktop = dynamic_cast<WorkspaceLinux*>(workspace_.get()))
+        windowWatch_ = std::make_unique<DesktopWindowWatch>(*desktop, *runtime_);
     raster_ = std::make_unique<TileRasterQt>();
     store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
     dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);

@@ -27,6 +27,7 @@ class QWidget;
 
 namespace kestrune {
 
+class DesktopWindowWatch;
 class DockPanelController;
 class DockStore;
 class MenuBarIcon;
@@ -83,6 +84,7 @@ private:
     std::vector<QWidget*> windows_;
     std::unique_ptr<SystemDockHandover> dockGuard_;
     std::unique_ptr<Workspace> workspace_;
+    std::unique_ptr<DesktopWindowWatch> windowWatch_;
     std::unique_ptr<TileRaster> raster_;
     std::unique_ptr<DockStore> store_;
     std::unique_ptr<DockPanelController> dockController_;

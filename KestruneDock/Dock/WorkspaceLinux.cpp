@@ -1,13 +1,14 @@
 // Applications on Linux are desktop entries found through the XDG data folders; GIO reads them
 // as the desktop itself does (localized names, default handlers from mimeapps.list, TryExec and
-// Hidden honoured). Running applications come from the window system, which the panel watches;
-// until it reports, none are known here.
+// Hidden honoured). Running applications come from the window system, which the application
+// watches; until it reports, none are known here.
 
-#include "KestruneDock/Dock/Workspace.h"
+#include "KestruneDock/Dock/WorkspaceLinux.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 
 #include <gio/gdesktopappinfo.h>
@@ -83,88 +84,137 @@ const RoleLookup& lookup(DockDefaultApp role)
     return lookups.at(role);
 }
 
-class WorkspaceLinux final : public Workspace {
-public:
-    explicit WorkspaceLinux(Runtime& runtime) : runtime_(runtime) {}
-
-    std::string_view applicationSuffix() const override { return ".desktop"; }
-    std::vector<RunningApplication> runningApplications() const override { return {}; }
-    uint64_t watchRunningApplications(std::function<void()> changed) override { return watchers_.add(std::move(changed)); }
-    void unwatchRunningApplications(uint64_t id) override { watchers_.remove(id); }
-    int64_t thisProcess() const override { return ::getpid(); }
-
-    std::optional<std::string> applicationPath(std::string_view identifier) const override
-    {
-        return entryById(std::string(identifier));
-    }
-
-    std::optional<std::string> defaultApplication(DockDefaultApp role) const override
-    {
-        const auto& wanted = lookup(role);
-        for (const char* type : wanted.contentTypes)
-            if (auto path = defaultFor(type))
-                return path;
-        for (const char* id : wanted.ids)
-            if (auto path = entryById(id))
-                return path;
-        for (const char* type : wanted.fallbackTypes)
-            if (auto path = defaultFor(type))
-                return path;
-        return std::nullopt;
-    }
-
-    std::string displayName(const std::string& path) const override
-    {
-        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
-        if (info)
-            if (const char* name = g_app_info_get_display_name(G_APP_INFO(info.get())))
-                return name;
-        // No readable entry: its file name is the best name there is.
-        auto slash = path.find_last_of('/');
-        auto name = path.substr(slash == std::string::npos ? 0 : slash + 1);
-        return name.ends_with(".desktop") ? name.substr(0, name.size() - 8) : name;
-    }
-
-    std::optional<DockIconSource> icon(const std::string& path) const override
-    {
-        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
-        GIcon* icon = info ? g_app_info_get_icon(G_APP_INFO(info.get())) : nullptr;
-        if (!icon)
-            return std::nullopt;
-        gchar* text = g_icon_to_string(icon);
-        if (!text)
-            return std::nullopt;
-        DockIconSource source { text, false };
-        g_free(text);
-        return source;
-    }
-
-    bool fileExists(const std::string& path) const override
-    {
-        struct stat status {};
-        return ::stat(path.c_str(), &status) == 0;
-    }
-
-    void launch(const std::string& path, std::function<void(bool)> finished) override
-    {
-        GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
-        bool launched = false;
-        if (info) {
-            GError* error = nullptr;
-            launched = g_app_info_launch(G_APP_INFO(info.get()), nullptr, nullptr, &error);
-            if (error)
-                g_error_free(error);
-        }
-        // The child is started when g_app_info_launch returns; its window is the panel's to see.
-        runtime_.post([finished = std::move(finished), launched] { finished(launched); });
-    }
-
-private:
-    Runtime& runtime_;
-    ObserverList<> watchers_;
-};
+// A launched app leads a session of its own: a signal to the dock's process group (a terminal's
+// Ctrl-C) does not reach it, and nothing ties its life to the dock's.
+void startOwnSession(gpointer) { ::setsid(); }
 
 } // namespace
+
+WorkspaceLinux::WorkspaceLinux(Runtime& runtime) : runtime_(runtime) {}
+
+int64_t WorkspaceLinux::thisProcess() const { return ::getpid(); }
+
+std::optional<std::string> WorkspaceLinux::applicationPath(std::string_view identifier) const
+{
+    return entryById(std::string(identifier));
+}
+
+std::optional<std::string> WorkspaceLinux::defaultApplication(DockDefaultApp role) const
+{
+    const auto& wanted = lookup(role);
+    for (const char* type : wanted.contentTypes)
+        if (auto path = defaultFor(type))
+            return path;
+    for (const char* id : wanted.ids)
+        if (auto path = entryById(id))
+            return path;
+    for (const char* type : wanted.fallbackTypes)
+        if (auto path = defaultFor(type))
+            return path;
+    return std::nullopt;
+}
+
+std::string WorkspaceLinux::displayName(const std::string& path) const
+{
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    if (info)
+        if (const char* name = g_app_info_get_display_name(G_APP_INFO(info.get())))
+            return name;
+    // No readable entry: its file name is the best name there is.
+    auto slash = path.find_last_of('/');
+    auto name = path.substr(slash == std::string::npos ? 0 : slash + 1);
+    return name.ends_with(".desktop") ? name.substr(0, name.size() - 8) : name;
+}
+
+std::optional<DockIconSource> WorkspaceLinux::icon(const std::string& path) const
+{
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    GIcon* icon = info ? g_app_info_get_icon(G_APP_INFO(info.get())) : nullptr;
+    if (!icon)
+        return std::nullopt;
+    gchar* text = g_icon_to_string(icon);
+    if (!text)
+        return std::nullopt;
+    DockIconSource source { text, false };
+    g_free(text);
+    return source;
+}
+
+bool WorkspaceLinux::fileExists(const std::string& path) const
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0;
+}
+
+void WorkspaceLinux::launch(const std::string& path, std::function<void(bool)> finished)
+{
+    bool running = std::any_of(running_.begin(), running_.end(), [&](const auto& app) { return app.path == path; });
+    if (running && activator_ && activator_(path)) {
+        runtime_.post([finished = std::move(finished)] { finished(true); });
+        return;
+    }
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    bool launched = false;
+    if (info) {
+        GError* error = nullptr;
+        // Without DO_NOT_REAP, GLib starts the app through an intermediate child it reaps at
+        // once: the app is nobody's child here and never becomes a zombie.
+        launched = g_desktop_app_info_launch_uris_as_manager(info.get(), nullptr, nullptr, G_SPAWN_SEARCH_PATH,
+            startOwnSession, nullptr, nullptr, nullptr, &error);
+        if (error)
+            g_error_free(error);
+    }
+    if (!launched) {
+        runtime_.post([finished = std::move(finished)] { finished(false); });
+        return;
+    }
+    // Launched once its first window is up (the store gives up on it after a while).
+    pendingLaunches_[path].push_back(std::move(finished));
+}
+
+void WorkspaceLinux::setRunningApplications(std::vector<RunningApplication> running)
+{
+    running_ = std::move(running);
+    std::vector<std::function<void(bool)>> done;
+    for (const auto& app : running_) {
+        auto pending = pendingLaunches_.find(app.path);
+        if (pending == pendingLaunches_.end())
+            continue;
+        for (auto& finished : pending->second)
+            done.push_back(std::move(finished));
+        pendingLaunches_.erase(pending);
+    }
+    watchers_.notify();
+    for (auto& finished : done)
+        finished(true);
+}
+
+const std::vector<DesktopEntryFacts>& WorkspaceLinux::desktopEntries(bool reload)
+{
+    if (entriesRead_ && !reload)
+        return entries_;
+    entriesRead_ = true;
+    entries_.clear();
+    GList* all = g_app_info_get_all();
+    for (GList* item = all; item; item = item->next) {
+        auto* info = static_cast<GAppInfo*>(item->data);
+        auto path = entryPath(info);
+        if (!path)
+            continue;
+        DesktopEntryFacts facts;
+        facts.path = *path;
+        const char* id = g_app_info_get_id(info);
+        std::string entryId = id ? id : "";
+        facts.id = entryId.ends_with(".desktop") ? entryId.substr(0, entryId.size() - 8) : entryId;
+        const char* wmClass = g_desktop_app_info_get_startup_wm_class(G_DESKTOP_APP_INFO(info));
+        facts.startupWMClass = wmClass ? wmClass : "";
+        const char* commandLine = g_app_info_get_commandline(info);
+        facts.execProgram = commandLine ? execProgram(commandLine) : "";
+        entries_.push_back(std::move(facts));
+    }
+    g_list_free_full(all, g_object_unref);
+    return entries_;
+}
 
 std::unique_ptr<Workspace> Workspace::forThisPlatform(Runtime& runtime) { return std::make_unique<WorkspaceLinux>(runtime); }
 

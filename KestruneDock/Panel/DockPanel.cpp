@@ -5,6 +5,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 
+#include "KestruneDock/Desktop/X11WindowList.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 
 namespace kestrune {
@@ -39,6 +40,8 @@ void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(ev
 
 void DockPanel::mouseReleaseEvent(QMouseEvent* event)
 {
+    // The click's own X time goes with what it asks of the window manager.
+    X11WindowList::noteUserTime(static_cast<uint32_t>(event->timestamp()));
     if (rect().contains(event->position().toPoint()))
         controller_.clicked(event->globalPosition(), event->button());
 }
