@@ -186,6 +186,60 @@ std::optional<xcb_window_t> XSession::waitForClient(pid_t pid, double seconds)
     return found;
 }
 
+std::optional<xcb_window_t> XSession::activeWindow()
+{
+    auto active = cardinals(root_, "_NET_ACTIVE_WINDOW");
+    return active.empty() || active[0] == 0 ? std::nullopt : std::optional<xcb_window_t>(active[0]);
+}
+
+std::string XSession::windowClass(xcb_window_t window)
+{
+    auto cookie = xcb_get_property(connection_, 0, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 0, 256);
+    Reply<xcb_get_property_reply_t> reply(xcb_get_property_reply(connection_, cookie, nullptr), &std::free);
+    if (!reply)
+        return {};
+    std::string bytes(static_cast<const char*>(xcb_get_property_value(reply.get())),
+        static_cast<size_t>(xcb_get_property_value_length(reply.get())));
+    auto zero = bytes.find('\0');
+    return zero == std::string::npos ? std::string() : std::string(bytes.c_str() + zero + 1);
+}
+
+std::optional<xcb_window_t> XSession::waitForClass(const std::string& windowClass, double seconds)
+{
+    std::optional<xcb_window_t> found;
+    (void)eventually([&] {
+        for (xcb_window_t window : clients())
+            if (this->windowClass(window) == windowClass)
+                found = window;
+        return found.has_value();
+    }, seconds);
+    return found;
+}
+
+uint32_t XSession::pixel(int x, int y)
+{
+    auto cookie = xcb_get_image(connection_, XCB_IMAGE_FORMAT_Z_PIXMAP, root_, static_cast<int16_t>(x), static_cast<int16_t>(y), 1, 1, ~0u);
+    Reply<xcb_get_image_reply_t> reply(xcb_get_image_reply(connection_, cookie, nullptr), &std::free);
+    if (!reply || xcb_get_image_data_length(reply.get()) < 4)
+        return 0;
+    uint32_t value;
+    std::memcpy(&value, xcb_get_image_data(reply.get()), 4);
+    return value & 0xFFFFFF;
+}
+
+void XSession::closeWindow(xcb_window_t window)
+{
+    xcb_client_message_event_t event {};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = window;
+    event.type = atom("_NET_CLOSE_WINDOW");
+    event.data.data32[1] = 2;
+    xcb_send_event(connection_, 0, root_, XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+        reinterpret_cast<const char*>(&event));
+    xcb_flush(connection_);
+}
+
 XRect XSession::geometry(xcb_window_t window)
 {
     Reply<xcb_get_geometry_reply_t> size(xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window), nullptr), &std::free);

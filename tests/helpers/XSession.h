@@ -52,6 +52,16 @@ public:
     // Where the window is on the screen.
     [[nodiscard]] XRect geometry(xcb_window_t window);
 
+    [[nodiscard]] std::optional<xcb_window_t> activeWindow();
+    // WM_CLASS's class part.
+    [[nodiscard]] std::string windowClass(xcb_window_t window);
+    // The first client whose WM_CLASS class is this, waited for.
+    [[nodiscard]] std::optional<xcb_window_t> waitForClass(const std::string& windowClass, double seconds = 20);
+    // The root window's pixel, 0xRRGGBB.
+    [[nodiscard]] uint32_t pixel(int x, int y);
+    // Asks the window manager to close the window, as a taskbar's close does.
+    void closeWindow(xcb_window_t window);
+
     void move(int x, int y);
     void click(int x, int y);
     void screenshot(const std::string& name);

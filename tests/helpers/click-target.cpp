@@ -1,20 +1,26 @@
 // A plain window that reports the clicks it receives, for the desktop tests: it asks for the
 // geometry given on its command line (as a user-placed window), prints "mapped" once it is on
-// screen and "press X Y" (root coordinates) for each button press.
+// screen and "press X Y" (root coordinates) for each button press, and ends when the window
+// manager asks it to close. Its WM_CLASS is "kestrune-click-target" and CLASS (by default
+// "KestruneClickTarget"), so that the tests can also run it as an application with a desktop entry.
 //
-//   kestrune-click-target X Y WIDTH HEIGHT
+//   kestrune-click-target X Y WIDTH HEIGHT [CLASS]
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string>
+
+#include <unistd.h>
 
 #include <xcb/xcb.h>
 #include <xcb/xcb_icccm.h>
 
 int main(int argc, char** argv)
 {
-    if (argc != 5)
+    if (argc != 5 && argc != 6)
         return 2;
+    std::string className = argc == 6 ? argv[5] : "KestruneClickTarget";
     int x = std::atoi(argv[1]), y = std::atoi(argv[2]), width = std::atoi(argv[3]), height = std::atoi(argv[4]);
     xcb_connection_t* c = xcb_connect(nullptr, nullptr);
     if (xcb_connection_has_error(c))
@@ -32,6 +38,19 @@ int main(int argc, char** argv)
     const char* title = "click target";
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_NAME, XCB_ATOM_STRING, 8,
         static_cast<uint32_t>(std::strlen(title)), title);
+    std::string wmClass = std::string("kestrune-click-target") + '\0' + className + '\0';
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, XCB_ATOM_WM_CLASS, XCB_ATOM_STRING, 8,
+        static_cast<uint32_t>(wmClass.size()), wmClass.data());
+    auto atom = [c](const char* name) {
+        xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr);
+        xcb_atom_t value = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+        std::free(reply);
+        return value;
+    };
+    uint32_t pid = static_cast<uint32_t>(getpid());
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 32, 1, &pid);
+    xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom("WM_PROTOCOLS"), XCB_ATOM_ATOM, 32, 1, &deleteWindow);
     xcb_map_window(c, window);
     xcb_flush(c);
     bool announced = false;
@@ -46,6 +65,15 @@ int main(int argc, char** argv)
         case XCB_BUTTON_PRESS: {
             auto* press = reinterpret_cast<xcb_button_press_event_t*>(event);
             std::printf("press %d %d\n", press->root_x, press->root_y);
+            break;
+        }
+        case XCB_CLIENT_MESSAGE: {
+            auto* message = reinterpret_cast<xcb_client_message_event_t*>(event);
+            if (message->data.data32[0] == deleteWindow) {
+                std::printf("closed\n");
+                std::fflush(stdout);
+                return 0;
+            }
             break;
         }
         default:

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneKit/Process/ChildProcess.h"
 #include "tests/helpers/TestSupport.h"
 #include "tests/helpers/XSession.h"
@@ -195,6 +197,80 @@ TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 INSTANTIATE_TEST_SUITE_P(WindowManagers, DockDesktop,
     ::testing::Values(XSession::WindowManager::openbox, XSession::WindowManager::xfwm4),
     [](const auto& info) { return info.param == XSession::WindowManager::openbox ? "Openbox" : "Xfwm4"; });
+
+// Brightness of a 0xRRGGBB pixel, 0 to 255.
+int brightness(uint32_t pixel) { return static_cast<int>(((pixel >> 16) & 0xFF) + ((pixel >> 8) & 0xFF) + (pixel & 0xFF)) / 3; }
+
+TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersTheRecentsWhenClosed)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    // The test app, found through its desktop entry's StartupWMClass, shown as a recent app.
+    std::string entry = home.folder.file("share/applications/kestrune-test-app.desktop");
+    home.folder.write("share/applications/kestrune-test-app.desktop",
+        std::string("[Desktop Entry]\nType=Application\nName=Test App\nExec=") + KESTRUNE_CLICK_TARGET
+            + " 100 100 300 200\nStartupWMClass=KestruneClickTarget\n");
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences["recentApps"] = { entry };
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid());
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+
+    // Where its tile is: the fifth slot of three pinned apps, a divider, the app, a divider, the trash.
+    DockRowLayout layout;
+    layout.setPreferences(DockPreferences {});
+    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider },
+        { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
+    int x = bar.x + static_cast<int>(layout.frames()[4].restingCenter);
+    int dotY = 800 - static_cast<int>(layout.metrics().padding / 2) - 1;
+    EXPECT_LT(brightness(session.pixel(x, dotY)), 100) << "no indicator before it runs";
+
+    session.click(x, 800 - bar.height / 2);
+    auto app = session.waitForClass("KestruneClickTarget");
+    ASSERT_TRUE(app) << "the click did not start the app";
+    session.move(100, 100);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height == bar.height; }));
+    EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(x, dotY)) > 180; })) << "no running indicator";
+    session.screenshot("desktop-app-running-openbox");
+
+    // Another program's window comes forward (a copy of the same program elsewhere is another
+    // program); a click on the tile brings the app's back.
+    std::string otherProgram = home.folder.file("other-program");
+    std::filesystem::copy_file(KESTRUNE_CLICK_TARGET, otherProgram);
+    ChildProcessOptions options;
+    options.executable = otherProgram;
+    options.arguments = { "700", "100", "300", "200", "SomethingElse" };
+    options.environment = session.environment();
+    auto other = ChildProcess::spawn(options);
+    ASSERT_TRUE(std::holds_alternative<std::unique_ptr<ChildProcess>>(other));
+    auto otherWindow = session.waitForClass("SomethingElse");
+    ASSERT_TRUE(otherWindow);
+    ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == otherWindow; }));
+    session.click(x, 800 - bar.height / 2);
+    EXPECT_TRUE(test::eventually([&] { return session.activeWindow() == app; })) << "the app's window did not come forward";
+    EXPECT_EQ(session.clients().size(), 3u) << "a click on a running app starts no second copy";
+
+    // Closed, its indicator goes and it is a recent app again.
+    session.closeWindow(*app);
+    ASSERT_TRUE(test::eventually([&] {
+        auto list = session.clients();
+        return std::find(list.begin(), list.end(), *app) == list.end();
+    })) << "the app did not close";
+    session.move(100, 100);
+    EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(x, dotY)) < 100; })) << "the indicator stayed";
+    EXPECT_TRUE(test::eventually([&] {
+        auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+        return stored.is_object() && stored["recentApps"] == nlohmann::json::array({ entry });
+    })) << home.preferencesText();
+}
 
 TEST(DockDesktopLifecycle, ASecondLaunchLeavesOneDockAndTheFirstReopens)
 {
