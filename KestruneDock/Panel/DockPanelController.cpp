@@ -5,13 +5,11 @@
 #include <filesystem>
 #include <numbers>
 
-#include <QBitmap>
 #include <QDesktopServices>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
 #include <QPainterPath>
-#include <QRegion>
 #include <QScreen>
 #include <QUrl>
 
@@ -132,7 +130,6 @@ void DockPanelController::place()
     // While auto-hide is on the dock reserves nothing: windows may use the whole screen.
     std::array<uint32_t, 12> none {};
     dockwindow::setStrut(*panel_, values_.autohide ? none : placement_.strut(screen_->devicePixelRatio()));
-    updateShape();
     panel_->update();
 }
 
@@ -141,7 +138,7 @@ void DockPanelController::setTranslucent(bool translucent)
     if (translucent == translucent_)
         return;
     translucent_ = translucent;
-    updateShape();
+    takeBackdrop();
     panel_->update();
 }
 
@@ -204,8 +201,8 @@ void DockPanelController::setRaise(DockPanelRaise raise)
         return;
     raise_ = raise;
     window_ = placement_.window(raise_);
+    takeBackdrop();
     panel_->setGeometry(toQt(window_).toRect());
-    updateShape();
     panel_->update();
 }
 
@@ -232,8 +229,16 @@ void DockPanelController::pointerMoved(QPointF global)
     setRaise(DockPanelRaise::raised);
     layout_.setPointer(axis);
     hovered_ = layout_.hit(axis, depth);
-    updateShape();
-    panel_->update();
+    repaintSoon();
+}
+
+void DockPanelController::repaintSoon()
+{
+    // Pointer events come faster than a screen shows frames; the row is drawn at most once a
+    // frame, with the latest pointer.
+    if (repaint_.isArmed())
+        return;
+    repaint_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::once, Seconds(0), [this] { panel_->update(); });
 }
 
 void DockPanelController::pointerLeft()
@@ -243,7 +248,6 @@ void DockPanelController::pointerLeft()
     layout_.setPointer(std::nullopt);
     if (!(values_.animateLaunch && animating()))
         setRaise(DockPanelRaise::resting);
-    updateShape();
     panel_->update();
 }
 
@@ -270,20 +274,20 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
     }
 }
 
-void DockPanelController::updateShape()
+void DockPanelController::takeBackdrop()
 {
-    // With a compositor the empty parts of the window are see-through; without one they would be
-    // black, so the window is cut to what is drawn. At rest the window is the bar itself.
-    if (translucent_ || raise_ == DockPanelRaise::resting) {
-        dockwindow::setShape(*panel_, {});
+    // Without a compositor, what lies behind the raised window cannot show through it; a copy
+    // of the screen there, taken before the window grows over it, stands in for it while the
+    // pointer is on the dock. (Cutting the window to its tiles instead cost a render and a mask
+    // on every pointer move.)
+    backdrop_ = QImage();
+    if (translucent_ || raise_ != DockPanelRaise::raised || !screen_)
         return;
-    }
-    QImage drawn = panel_->render();
-    QRegion region(QBitmap::fromImage(drawn.createAlphaMask()));
-    std::vector<QRect> rects(region.begin(), region.end());
-    if (rects.empty())
-        rects.push_back(QRect(0, 0, 1, 1));
-    dockwindow::setShape(*panel_, rects);
+    double ratio = screen_->devicePixelRatio();
+    QRect pixels(static_cast<int>(std::round(window_.x * ratio)), static_cast<int>(std::round(window_.y * ratio)),
+        static_cast<int>(std::round(window_.width * ratio)), static_cast<int>(std::round(window_.height * ratio)));
+    backdrop_ = dockwindow::grabScreen(pixels);
+    backdrop_.setDevicePixelRatio(ratio);
 }
 
 void DockPanelController::paint(QPainter& painter, double devicePixelRatio)
@@ -292,6 +296,8 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio)
     painter.fillRect(QRectF(0, 0, window_.width, window_.height), Qt::transparent);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     painter.setRenderHint(QPainter::Antialiasing);
+    if (!translucent_ && raise_ == DockPanelRaise::raised && !backdrop_.isNull())
+        painter.drawImage(QPointF(0, 0), backdrop_);
 
     const DockRowMetrics& metrics = layout_.metrics();
     // Sliding in after the welcome: everything starts part of the way out past the edge.

@@ -20,6 +20,7 @@
 #include <optional>
 #include <vector>
 
+#include <QImage>
 #include <QMetaObject>
 #include <QPointF>
 #include <QRect>
@@ -84,7 +85,8 @@ private:
     void readPreferences();
     void place();
     void setRaise(DockPanelRaise raise);
-    void updateShape();
+    void takeBackdrop();
+    void repaintSoon();
     void tick();
     [[nodiscard]] bool animating() const;
     [[nodiscard]] std::optional<size_t> hitAt(QPointF global) const;
@@ -111,6 +113,8 @@ private:
     double revealFrom_ = 1;
     std::optional<Date> revealStarted_;
     TimerHandle frames_;
+    TimerHandle repaint_;
+    QImage backdrop_;
     uint64_t storeWatch_ = 0;
     uint64_t preferencesWatch_ = 0;
     std::vector<QMetaObject::Connection> screenWatches_;

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <vector>
 
+#include <QImage>
 #include <QRect>
 
 class QWidget;
@@ -19,8 +20,9 @@ namespace kestrune::dockwindow {
 void prepare(QWidget& window);
 // _NET_WM_STRUT_PARTIAL (and the older _NET_WM_STRUT) for the reserved stretch; all zero for none.
 void setStrut(QWidget& window, const std::array<uint32_t, 12>& strut);
-// The window's visible shape in its own device pixels; empty for the whole window.
-void setShape(QWidget& window, const std::vector<QRect>& rects);
+// What the screen shows in a rectangle of device pixels, windows and all; null where it cannot
+// be read.
+[[nodiscard]] QImage grabScreen(const QRect& rect);
 // Whether a compositing manager runs on the window's screen, so that translucent pixels blend
 // with what lies below instead of showing black.
 [[nodiscard]] bool compositingActive();

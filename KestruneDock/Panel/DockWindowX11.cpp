@@ -9,7 +9,6 @@
 #include <QWidget>
 #include <QWindow>
 
-#include <xcb/shape.h>
 #include <xcb/xcb.h>
 
 namespace kestrune::dockwindow {
@@ -72,24 +71,22 @@ void setStrut(QWidget& window, const std::array<uint32_t, 12>& strut)
     xcb_flush(c);
 }
 
-void setShape(QWidget& window, const std::vector<QRect>& rects)
+QImage grabScreen(const QRect& rect)
 {
     xcb_connection_t* c = connection();
-    if (!c)
-        return;
-    xcb_window_t id = windowOf(window);
-    if (rects.empty()) {
-        xcb_shape_mask(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, id, 0, 0, XCB_NONE);
-    } else {
-        std::vector<xcb_rectangle_t> shape;
-        shape.reserve(rects.size());
-        for (const QRect& rect : rects)
-            shape.push_back({ static_cast<int16_t>(rect.x()), static_cast<int16_t>(rect.y()),
-                static_cast<uint16_t>(rect.width()), static_cast<uint16_t>(rect.height()) });
-        xcb_shape_rectangles(c, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_BOUNDING, XCB_CLIP_ORDERING_UNSORTED, id, 0, 0,
-            static_cast<uint32_t>(shape.size()), shape.data());
-    }
-    xcb_flush(c);
+    if (!c || rect.isEmpty())
+        return {};
+    xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+    if (screen->root_depth != 24 && screen->root_depth != 32)
+        return {};
+    auto cookie = xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, screen->root, static_cast<int16_t>(rect.x()),
+        static_cast<int16_t>(rect.y()), static_cast<uint16_t>(rect.width()), static_cast<uint16_t>(rect.height()), ~0u);
+    std::unique_ptr<xcb_get_image_reply_t, decltype(&std::free)> reply(xcb_get_image_reply(c, cookie, nullptr), &std::free);
+    if (!reply || xcb_get_image_data_length(reply.get()) < rect.width() * rect.height() * 4)
+        return {};
+    // 24-bit true colour comes as 32-bit pixels, xRGB in the machine's order: Qt's RGB32.
+    QImage image(xcb_get_image_data(reply.get()), rect.width(), rect.height(), rect.width() * 4, QImage::Format_RGB32);
+    return image.copy();
 }
 
 bool compositingActive()
