@@ -104,6 +104,31 @@ std::set<int> processes()
     return pids;
 }
 
+int parentOf(int pid)
+{
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    auto close = text.rfind(')');
+    if (close == std::string::npos)
+        return 0;
+    std::istringstream fields(text.substr(close + 2));
+    std::string state;
+    int parent = 0;
+    fields >> state >> parent;
+    return parent;
+}
+
+// Whether `ancestor` is among the process's forebears.
+bool descendsFrom(int pid, int ancestor)
+{
+    for (int hops = 0; pid > 1 && hops < 64; ++hops) {
+        pid = parentOf(pid);
+        if (pid == ancestor)
+            return true;
+    }
+    return false;
+}
+
 std::string processName(int pid)
 {
     std::ifstream comm("/proc/" + std::to_string(pid) + "/comm");
@@ -224,10 +249,18 @@ int main(int argc, char** argv)
 
     std::this_thread::sleep_until(start + std::chrono::seconds(10));
     auto memory = smapsRollup(dock.pid());
+    // What came up with the dock and is still there: its children, and the services its session
+    // bus started for it, some of which leave their parents for init. Only the dock runs here, so
+    // every new user process that is not ours is its doing; kernel threads have no executable.
     std::vector<std::string> helpers;
-    for (int pid : processes())
-        if (!before.contains(pid) && pid != dock.pid() && pid != getpid())
-            helpers.push_back(processName(pid));
+    for (int pid : processes()) {
+        if (before.contains(pid) || pid == dock.pid() || descendsFrom(pid, getpid()))
+            continue;
+        char target[16];
+        if (::readlink(("/proc/" + std::to_string(pid) + "/exe").c_str(), target, sizeof target) <= 0)
+            continue;
+        helpers.push_back(processName(pid));
+    }
 
     // Idle: the pointer far from the dock, nothing happening.
     Usage idleStart = usage(dock.pid());

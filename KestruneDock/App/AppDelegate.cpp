@@ -19,11 +19,13 @@
 #include "KestruneDock/App/SingleInstance.h"
 #include "KestruneDock/Dock/DockStore.h"
 #include "KestruneDock/Desktop/DesktopWindowWatch.h"
+#include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneDock/Dock/WorkspaceLinux.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
 #include "KestruneKit/Core/Environment.h"
+#include "KestruneKit/DevTools/KestruneActivity.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Preferences/PreferencesFollower.h"
 
@@ -43,6 +45,7 @@ AppDelegate::~AppDelegate()
     applicationWillTerminate();
     // Views before the stores they read, stores before the services they use.
     settingsWindow_.reset();
+    sessionWatch_.reset();
     menuBarIcon_.reset();
     dockController_.reset();
     store_.reset();
@@ -123,6 +126,10 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
 
     // 13. The observers: "openSettings" and "reopen" arrive on the instance's socket (from the
     // tray, a second launch or another process), "kestrune.prepareDockToRise" from the welcome.
+
+    // 14. The remaining services: the session watch pauses every monitor while the system
+    // sleeps or the session is locked or not the active one.
+    sessionWatch_ = std::make_unique<SessionWatch>(KestruneActivity::shared());
     return std::nullopt;
 }
 

@@ -34,6 +34,7 @@ class MenuBarIcon;
 class Preferences;
 class PreferencesFollower;
 class QtRuntime;
+class SessionWatch;
 class SignalWatch;
 class SingleInstance;
 class SystemDockHandover;
@@ -90,6 +91,7 @@ private:
     std::unique_ptr<DockPanelController> dockController_;
     std::unique_ptr<MenuBarIcon> menuBarIcon_;
     std::unique_ptr<QWidget> settingsWindow_;
+    std::unique_ptr<SessionWatch> sessionWatch_;
 };
 
 } // namespace kestrune

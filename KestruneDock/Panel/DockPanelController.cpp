@@ -36,6 +36,7 @@ DockPanelController::DockPanelController(Preferences& preferences, DockStore& st
 {
     dockwindow::prepare(*panel_);
     translucent_ = dockwindow::compositingActive();
+    compositingWatch_ = dockwindow::watchCompositing([this](bool active) { setTranslucent(active); });
     readPreferences();
     storeWatch_ = store_.addObserver([this] { reload(); });
     preferencesWatch_ = preferences_.addObserver([this](const std::string& key) {

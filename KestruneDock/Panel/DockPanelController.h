@@ -20,6 +20,7 @@
 #include <optional>
 #include <vector>
 
+#include <QAbstractNativeEventFilter>
 #include <QImage>
 #include <QMetaObject>
 #include <QPointF>
@@ -115,6 +116,7 @@ private:
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;
+    std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;
     uint64_t storeWatch_ = 0;
     uint64_t preferencesWatch_ = 0;
     std::vector<QMetaObject::Connection> screenWatches_;

@@ -6,8 +6,11 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <vector>
 
+#include <QAbstractNativeEventFilter>
 #include <QImage>
 #include <QRect>
 
@@ -26,5 +29,9 @@ void setStrut(QWidget& window, const std::array<uint32_t, 12>& strut);
 // Whether a compositing manager runs on the window's screen, so that translucent pixels blend
 // with what lies below instead of showing black.
 [[nodiscard]] bool compositingActive();
+
+// Tells `changed` whenever a compositing manager starts or stops (it owns or gives up the
+// _NET_WM_CM_S0 selection), for as long as the returned watch lives.
+[[nodiscard]] std::unique_ptr<QAbstractNativeEventFilter> watchCompositing(std::function<void(bool active)> changed);
 
 } // namespace kestrune::dockwindow

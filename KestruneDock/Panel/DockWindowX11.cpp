@@ -9,7 +9,10 @@
 #include <QWidget>
 #include <QWindow>
 
+#include <QCoreApplication>
+
 #include <xcb/xcb.h>
+#include <xcb/xfixes.h>
 
 namespace kestrune::dockwindow {
 
@@ -99,6 +102,64 @@ bool compositingActive()
     std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> reply(
         xcb_get_selection_owner_reply(c, cookie, nullptr), &std::free);
     return reply && reply->owner != XCB_NONE;
+}
+
+namespace {
+
+class CompositingWatch final : public QAbstractNativeEventFilter {
+public:
+    explicit CompositingWatch(std::function<void(bool)> changed) : changed_(std::move(changed))
+    {
+        xcb_connection_t* c = connection();
+        if (!c)
+            return;
+        const xcb_query_extension_reply_t* xfixes = xcb_get_extension_data(c, &xcb_xfixes_id);
+        if (!xfixes || !xfixes->present)
+            return;
+        // The extension must hear our version before it sends us anything.
+        free(xcb_xfixes_query_version_reply(c, xcb_xfixes_query_version(c, XCB_XFIXES_MAJOR_VERSION, XCB_XFIXES_MINOR_VERSION), nullptr));
+        notifyEvent_ = static_cast<uint8_t>(xfixes->first_event + XCB_XFIXES_SELECTION_NOTIFY);
+        selection_ = atom(c, "_NET_WM_CM_S0");
+        xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(c)).data->root;
+        xcb_xfixes_select_selection_input(c, root, selection_,
+            XCB_XFIXES_SELECTION_EVENT_MASK_SET_SELECTION_OWNER | XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_WINDOW_DESTROY
+                | XCB_XFIXES_SELECTION_EVENT_MASK_SELECTION_CLIENT_CLOSE);
+        xcb_flush(c);
+        QCoreApplication::instance()->installNativeEventFilter(this);
+        installed_ = true;
+    }
+
+    ~CompositingWatch() override
+    {
+        if (installed_ && QCoreApplication::instance())
+            QCoreApplication::instance()->removeNativeEventFilter(this);
+    }
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) override
+    {
+        if (eventType != "xcb_generic_event_t")
+            return false;
+        auto* event = static_cast<xcb_generic_event_t*>(message);
+        if ((event->response_type & 0x7f) != notifyEvent_)
+            return false;
+        auto* notify = static_cast<xcb_xfixes_selection_notify_event_t*>(message);
+        if (notify->selection == selection_)
+            changed_(notify->owner != XCB_NONE);
+        return false;
+    }
+
+private:
+    std::function<void(bool)> changed_;
+    uint8_t notifyEvent_ = 0;
+    xcb_atom_t selection_ = XCB_ATOM_NONE;
+    bool installed_ = false;
+};
+
+} // namespace
+
+std::unique_ptr<QAbstractNativeEventFilter> watchCompositing(std::function<void(bool)> changed)
+{
+    return std::make_unique<CompositingWatch>(std::move(changed));
 }
 
 } // namespace kestrune::dockwindow

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cmath>
 #include <ctime>
+#include <fstream>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -231,7 +232,12 @@ bool JSONFilePreferences::update(const std::function<void()>& change)
     Json object = Json::object();
     for (const auto& [key, text] : entries_)
         object[key] = Json::parse(text, nullptr, false);
-    bool written = !writeFileAtomically(path_, object.dump(2) + "\n");
+    // Nothing new is not written: a rewrite would wake every follower of the file (our own among
+    // them), which would synchronize and write again, for ever.
+    std::string text = object.dump(2) + "\n";
+    std::ifstream current(path_, std::ios::binary);
+    std::string onDisk((std::istreambuf_iterator<char>(current)), std::istreambuf_iterator<char>());
+    bool written = (current && onDisk == text) || !writeFileAtomically(path_, text);
     ::flock(lock.get(), LOCK_UN);
     for (const auto& [key, text] : entries_)
         if (auto old = before.find(key); old == before.end() || old->second != text)

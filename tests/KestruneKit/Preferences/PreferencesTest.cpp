@@ -1,3 +1,4 @@
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -97,6 +98,32 @@ TEST_F(PreferencesTest, ObserversHearTheirOwnChangesAndOthersOnSynchronize)
     mine.removeObserver(id);
     mine.set("edge", std::string("right"));
     EXPECT_EQ(heard.size(), 2u);
+}
+
+} // namespace
+} // namespace kestrune
+
+namespace kestrune {
+namespace {
+
+// A follower of the file synchronizes when it changes; a synchronize that rewrote an unchanged
+// file would wake it again, for ever.
+TEST(JSONFilePreferencesFile, NothingNewLeavesTheFileUntouched)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("domain.json"));
+    preferences.set("iconSize", 48.0);
+    struct stat before {};
+    ASSERT_EQ(::stat(folder.file("domain.json").c_str(), &before), 0);
+    ASSERT_TRUE(preferences.synchronize());
+    preferences.set("iconSize", 48.0);
+    struct stat after {};
+    ASSERT_EQ(::stat(folder.file("domain.json").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino) << "rewritten though nothing changed";
+    preferences.set("iconSize", 52.0);
+    ASSERT_EQ(::stat(folder.file("domain.json").c_str(), &after), 0);
+    EXPECT_NE(after.st_ino, before.st_ino);
+    EXPECT_EQ(preferences.doubleValue("iconSize"), 52.0);
 }
 
 } // namespace
