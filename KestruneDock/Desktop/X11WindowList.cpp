@@ -13,6 +13,8 @@
 
 #include <xcb/xcb.h>
 
+#include "KestruneDock/Desktop/X11Connection.h"
+
 namespace kestrune {
 
 namespace {
@@ -20,23 +22,8 @@ namespace {
 template<typename T>
 using Reply = std::unique_ptr<T, decltype(&std::free)>;
 
-xcb_connection_t* connection()
-{
-    auto* x11 = qApp ? qApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    return x11 ? x11->connection() : nullptr;
-}
-
-xcb_atom_t atom(xcb_connection_t* c, const char* name)
-{
-    static std::map<std::string, xcb_atom_t, std::less<>> known;
-    if (auto found = known.find(name); found != known.end())
-        return found->second;
-    Reply<xcb_intern_atom_reply_t> reply(
-        xcb_intern_atom_reply(c, xcb_intern_atom(c, 0, static_cast<uint16_t>(std::strlen(name)), name), nullptr), &std::free);
-    if (!reply)
-        return xcb_atom_t(XCB_ATOM_NONE);
-    return known[name] = reply->atom;
-}
+using x11::atom;
+using x11::connection;
 
 // A property's bytes; a window that went away in the meantime simply has none.
 std::string property(xcb_connection_t* c, xcb_window_t window, xcb_atom_t name, uint32_t longs = 1024)

@@ -1,41 +1,22 @@
 #include "KestruneDock/Panel/DockWindow.h"
 
 #include <cstdlib>
-#include <map>
 #include <memory>
-#include <string>
-
-#include <QGuiApplication>
-#include <QWidget>
-#include <QWindow>
 
 #include <QCoreApplication>
+#include <QWidget>
 
 #include <xcb/xcb.h>
 #include <xcb/xfixes.h>
+
+#include "KestruneDock/Desktop/X11Connection.h"
 
 namespace kestrune::dockwindow {
 
 namespace {
 
-xcb_connection_t* connection()
-{
-    auto* x11 = qApp ? qApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
-    return x11 ? x11->connection() : nullptr;
-}
-
-xcb_atom_t atom(xcb_connection_t* c, const char* name)
-{
-    // Atoms live as long as the server; each is asked for once.
-    static std::map<std::string, xcb_atom_t, std::less<>> known;
-    if (auto found = known.find(name); found != known.end())
-        return found->second;
-    auto cookie = xcb_intern_atom(c, 0, static_cast<uint16_t>(std::char_traits<char>::length(name)), name);
-    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> reply(xcb_intern_atom_reply(c, cookie, nullptr), &std::free);
-    if (!reply)
-        return xcb_atom_t(XCB_ATOM_NONE);
-    return known[name] = reply->atom;
-}
+using x11::atom;
+using x11::connection;
 
 xcb_window_t windowOf(QWidget& widget) { return static_cast<xcb_window_t>(widget.winId()); }
 
