@@ -1,7 +1,6 @@
 // The dock on a real X server and window manager, driven as a user would: synthetic pointer
 // input, results read back through X properties, screenshots under build/screens/.
 
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 
 #include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneKit/Process/ChildProcess.h"
+#include "tests/helpers/Spawn.h"
 #include "tests/helpers/TestSupport.h"
 #include "tests/helpers/XSession.h"
 
@@ -63,28 +63,10 @@ std::unique_ptr<ChildProcess> startDock(const Environment& environment)
     options.environment = environment;
     options.output = ChildStream::nullDevice;
     options.error = ChildStream::pipe;
-    auto spawned = ChildProcess::spawn(options);
-    if (auto* failure = std::get_if<SpawnFailure>(&spawned)) {
-        ADD_FAILURE() << failure->description();
-        return nullptr;
-    }
-    return std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
+    return test::spawn(options);
 }
 
-// Reads what a pipe has until `wanted` appears or `seconds` pass.
-bool readUntil(int fd, std::string& text, const std::string& wanted, double seconds = 20)
-{
-    return test::eventually([&] {
-        pollfd waiting { fd, POLLIN, 0 };
-        if (::poll(&waiting, 1, 50) > 0) {
-            char buffer[512];
-            ssize_t count = ::read(fd, buffer, sizeof buffer);
-            if (count > 0)
-                text.append(buffer, static_cast<size_t>(count));
-        }
-        return text.find(wanted) != std::string::npos;
-    }, seconds);
-}
+using test::readUntil;
 
 class DockDesktop : public ::testing::TestWithParam<XSession::WindowManager> {};
 

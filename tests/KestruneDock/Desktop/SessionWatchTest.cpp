@@ -1,9 +1,6 @@
 // The pause reasons from logind's real D-Bus interface, as python-dbusmock serves it on a bus of
 // the test's own.
 
-#include <poll.h>
-#include <unistd.h>
-
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -15,6 +12,7 @@
 #include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneKit/DevTools/KestruneActivity.h"
 #include "KestruneKit/Process/ChildProcess.h"
+#include "tests/helpers/Spawn.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -31,16 +29,6 @@ bool spinUntil(const std::function<bool()>& done, int milliseconds = 10000)
     return done();
 }
 
-std::unique_ptr<ChildProcess> start(ChildProcessOptions options)
-{
-    auto spawned = ChildProcess::spawn(options);
-    if (auto* failure = std::get_if<SpawnFailure>(&spawned)) {
-        ADD_FAILURE() << failure->description();
-        return nullptr;
-    }
-    return std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
-}
-
 // A bus of our own with logind's mock on it.
 class Logind {
 public:
@@ -50,18 +38,11 @@ public:
         daemon.executable = "/usr/bin/dbus-daemon";
         daemon.arguments = { "--session", "--nofork", "--print-address=1" };
         daemon.error = ChildStream::nullDevice;
-        bus_ = start(daemon);
+        bus_ = test::spawn(daemon);
         if (!bus_)
             return;
         std::string line;
-        pollfd waiting { bus_->outputFd(), POLLIN, 0 };
-        while (line.find('\n') == std::string::npos && ::poll(&waiting, 1, 10000) > 0) {
-            char buffer[256];
-            ssize_t count = ::read(bus_->outputFd(), buffer, sizeof buffer);
-            if (count <= 0)
-                break;
-            line.append(buffer, static_cast<size_t>(count));
-        }
+        (void)test::readUntil(bus_->outputFd(), line, "\n", 10);
         address = line.substr(0, line.find('\n'));
         connection = std::make_unique<QDBusConnection>(QDBusConnection::connectToBus(QString::fromStdString(address), QStringLiteral("logind-mock")));
         if (!withMock)
@@ -74,7 +55,7 @@ public:
         mock.environment = environment;
         mock.output = ChildStream::nullDevice;
         mock.error = ChildStream::nullDevice;
-        mock_ = start(mock);
+        mock_ = test::spawn(mock);
         ready = connection->isConnected() && spinUntil([&] {
             return connection->interface()->isServiceRegistered(QStringLiteral("org.freedesktop.login1")).value();
         });

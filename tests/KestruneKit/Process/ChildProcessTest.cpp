@@ -8,6 +8,7 @@
 
 #include "KestruneKit/Process/ChildOutput.h"
 #include "KestruneKit/Process/ChildProcess.h"
+#include "tests/helpers/Spawn.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -17,15 +18,7 @@ using test::eventually;
 using test::processIsAlive;
 using test::readFile;
 
-std::unique_ptr<ChildProcess> start(ChildProcessOptions options)
-{
-    auto spawned = ChildProcess::spawn(options);
-    if (auto* failure = std::get_if<SpawnFailure>(&spawned)) {
-        ADD_FAILURE() << failure->description();
-        return nullptr;
-    }
-    return std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
-}
+std::unique_ptr<ChildProcess> start(const ChildProcessOptions& options) { return test::spawn(options); }
 
 ChildProcessOptions shell(const std::string& script)
 {
