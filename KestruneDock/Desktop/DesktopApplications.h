@@ -24,16 +24,26 @@ struct DesktopWindow {
     WindowFacts facts;
 };
 
+// The path that stands for the app of a window no desktop entry claims: "window:" and its class.
+inline constexpr std::string_view windowApplicationScheme = "window:";
+
+[[nodiscard]] inline bool isWindowApplication(std::string_view path) { return path.starts_with(windowApplicationScheme); }
+
 struct DesktopApplication {
-    // The matched entry's path.
+    // The matched entry's path, or for windows of no entry `windowApplicationScheme` and the name
+    // they are known by.
     std::string path;
     // The process of its first window.
     int64_t pid = 0;
     std::vector<uint32_t> windows;
+    // For windows of no entry: their name, from WM_CLASS (the class, else the instance, else the
+    // program's file name). Empty for an entry's app.
+    std::string name;
     bool operator==(const DesktopApplication&) const = default;
 };
 
-// Windows that match no entry are left out (they are no application the dock knows).
+// Windows that match no entry are grouped by their name into apps of their own; a window with no
+// name at all is left out.
 [[nodiscard]] std::vector<DesktopApplication> groupWindows(std::span<const DesktopWindow> windows,
     std::span<const DesktopEntryFacts> entries);
 

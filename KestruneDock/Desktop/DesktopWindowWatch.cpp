@@ -2,6 +2,10 @@
 
 #include <algorithm>
 
+#include <QDir>
+#include <QImage>
+#include <QStandardPaths>
+
 #include "KestruneDock/Desktop/X11WindowList.h"
 #include "KestruneDock/Dock/WorkspaceLinux.h"
 
@@ -24,7 +28,8 @@ void DesktopWindowWatch::update()
     applications_ = groupWindows(clients, workspace_.desktopEntries());
     size_t grouped = 0;
     for (const auto& application : applications_)
-        grouped += application.windows.size();
+        if (!isWindowApplication(application.path))
+            grouped += application.windows.size();
     // A window of no known entry may be an app installed since the entries were read.
     Date now = runtime_.now();
     bool stale = !entriesRead_ || secondsBetween(*entriesRead_, now).count() >= entriesRereadSeconds;
@@ -34,12 +39,40 @@ void DesktopWindowWatch::update()
     } else if (!entriesRead_) {
         entriesRead_ = now;
     }
+    std::erase_if(iconsAsked_, [&](uint32_t window) {
+        return std::none_of(clients.begin(), clients.end(), [&](const auto& client) { return client.window == window; });
+    });
     std::vector<RunningApplication> running;
     running.reserve(applications_.size());
-    for (const auto& application : applications_)
+    for (const auto& application : applications_) {
+        if (isWindowApplication(application.path))
+            readIcon(application);
         running.push_back({ application.pid, application.path, true });
+    }
     if (running != workspace_.runningApplications())
         workspace_.setRunningApplications(std::move(running));
+}
+
+void DesktopWindowWatch::readIcon(const DesktopApplication& application)
+{
+    if (iconFiles_.contains(application.name))
+        return;
+    // A window is asked once: most put their icon up before they map, and the rest go generic.
+    for (uint32_t window : application.windows) {
+        if (!iconsAsked_.insert(window).second)
+            continue;
+        auto icon = X11WindowList::icon(window, iconSize);
+        if (!icon)
+            continue;
+        QImage image(reinterpret_cast<const uchar*>(icon->pixels.data()), icon->width, icon->height, QImage::Format_ARGB32);
+        QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) + QStringLiteral("/app.quillane.dock/window-icons");
+        QString file = folder + QLatin1Char('/') + QString::fromStdString(application.name.substr(0, 100)) + QStringLiteral(".png");
+        if (!QDir().mkpath(folder) || !image.save(file, "PNG"))
+            continue;
+        iconFiles_[application.name] = file.toStdString();
+        workspace_.setWindowApplicationIcon(application.path, file.toStdString());
+        return;
+    }
 }
 
 bool DesktopWindowWatch::activate(const std::string& path)

@@ -1,13 +1,17 @@
 #pragma once
 // Connects the window system to the dock's store on Linux: the windows the window manager lists
 // become the workspace's running applications, and a click on a running app's tile brings its
-// window forward (the next one on a second click).
+// window forward (the next one on a second click). Windows no desktop entry claims are apps of
+// their own, shown with the windows' own icon.
 //
 //   DesktopWindowWatch watch(workspace);
 //
 // Main thread only.
 
+#include <map>
 #include <memory>
+#include <set>
+#include <string>
 #include <optional>
 
 #include "KestruneDock/Desktop/DesktopApplications.h"
@@ -22,6 +26,8 @@ class DesktopWindowWatch {
 public:
     // Entries are read again for an unknown window at most this often (an app just installed).
     static constexpr double entriesRereadSeconds = 10;
+    // The window icon size asked for: enough for a magnified tile.
+    static constexpr int iconSize = 128;
 
     DesktopWindowWatch(WorkspaceLinux& workspace, Runtime& runtime);
     ~DesktopWindowWatch();
@@ -33,6 +39,8 @@ public:
 
 private:
     void update();
+    // Writes the icon of a window of no entry where the dock's icons are read from.
+    void readIcon(const DesktopApplication& application);
     bool activate(const std::string& path);
 
     WorkspaceLinux& workspace_;
@@ -40,6 +48,8 @@ private:
     std::unique_ptr<X11WindowList> windows_;
     std::vector<DesktopApplication> applications_;
     std::optional<Date> entriesRead_;
+    std::map<std::string, std::string> iconFiles_;
+    std::set<uint32_t> iconsAsked_;
 };
 
 } // namespace kestrune

@@ -232,6 +232,41 @@ std::vector<uint32_t> X11WindowList::byRecentUse() const
     return order;
 }
 
+std::optional<X11WindowList::Icon> X11WindowList::icon(uint32_t window, int atLeast)
+{
+    xcb_connection_t* c = connection();
+    if (!c)
+        return std::nullopt;
+    // Icons of 512 px and a few smaller sizes fit; a larger property is not worth its memory.
+    constexpr uint32_t maxLongs = 1u << 20;
+    std::vector<uint32_t> data = words(property(c, window, atom(c, "_NET_WM_ICON"), maxLongs));
+    // The property is a list of width, height and width × height pixels.
+    size_t best = data.size();
+    auto better = [&](size_t at) {
+        if (best == data.size())
+            return true;
+        int size = static_cast<int>(std::min(data[at], data[at + 1]));
+        int current = static_cast<int>(std::min(data[best], data[best + 1]));
+        if (current < atLeast)
+            return size > current;
+        return size >= atLeast && size < current;
+    };
+    for (size_t at = 0; at + 2 <= data.size();) {
+        uint64_t width = data[at], height = data[at + 1];
+        if (width == 0 || height == 0 || width > 4096 || height > 4096 || width * height > data.size() - at - 2)
+            break;
+        if (better(at))
+            best = at;
+        at += 2 + width * height;
+    }
+    if (best == data.size())
+        return std::nullopt;
+    Icon icon { static_cast<int>(data[best]), static_cast<int>(data[best + 1]), {} };
+    auto first = data.begin() + static_cast<std::ptrdiff_t>(best + 2);
+    icon.pixels.assign(first, first + static_cast<std::ptrdiff_t>(icon.width) * icon.height);
+    return icon;
+}
+
 void X11WindowList::activate(uint32_t window, uint32_t timestamp)
 {
     if (xcb_connection_t* c = connection())

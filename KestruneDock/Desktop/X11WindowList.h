@@ -39,6 +39,15 @@ public:
     // The windows most recently active first; a window never active keeps its list place after them.
     [[nodiscard]] std::vector<uint32_t> byRecentUse() const;
 
+    // The window's own icon (_NET_WM_ICON) as 0xAARRGGBB pixels, the size nearest above
+    // `atLeast`, else its largest; none when it has none or its data does not hold together.
+    struct Icon {
+        int width = 0;
+        int height = 0;
+        std::vector<uint32_t> pixels;
+    };
+    [[nodiscard]] static std::optional<Icon> icon(uint32_t window, int atLeast);
+
     // Asks the window manager, as a pager, to bring the window forward.
     void activate(uint32_t window, uint32_t timestamp);
     void close(uint32_t window, uint32_t timestamp);

@@ -157,10 +157,11 @@ void DockStore::rebuild()
             startedNow.push_back(path);
     }
 
-    // Apps that quit while shown as running-only become recents, the latest first.
+    // Apps that quit while shown as running-only become recents, the latest first (not those
+    // that were only windows: there is nothing to start them again with).
     bool recentsChanged = false;
     for (const auto& path : runningOrder_)
-        if (!running.contains(path) && !isPinned(path)) {
+        if (!running.contains(path) && !isPinned(path) && isApplicationPath(path)) {
             eraseValue(recentPaths_, path);
             recentPaths_.insert(recentPaths_.begin(), path);
             recentsChanged = true;

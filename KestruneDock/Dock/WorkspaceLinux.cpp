@@ -116,6 +116,8 @@ std::optional<std::string> WorkspaceLinux::defaultApplication(DockDefaultApp rol
 
 std::string WorkspaceLinux::displayName(const std::string& path) const
 {
+    if (isWindowApplication(path))
+        return path.substr(windowApplicationScheme.size());
     GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
     if (info)
         if (const char* name = g_app_info_get_display_name(G_APP_INFO(info.get())))
@@ -128,6 +130,10 @@ std::string WorkspaceLinux::displayName(const std::string& path) const
 
 std::optional<DockIconSource> WorkspaceLinux::icon(const std::string& path) const
 {
+    if (isWindowApplication(path)) {
+        auto found = windowIcons_.find(path);
+        return found == windowIcons_.end() ? std::nullopt : std::optional(DockIconSource { found->second, false });
+    }
     GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
     GIcon* icon = info ? g_app_info_get_icon(G_APP_INFO(info.get())) : nullptr;
     if (!icon)
@@ -153,7 +159,8 @@ void WorkspaceLinux::launch(const std::string& path, std::function<void(bool)> f
         runtime_.post([finished = std::move(finished)] { finished(true); });
         return;
     }
-    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    // Windows of no entry have nothing to start again.
+    GObjectRef<GDesktopAppInfo> info(isWindowApplication(path) ? nullptr : g_desktop_app_info_new_from_filename(path.c_str()));
     bool launched = false;
     if (info) {
         GError* error = nullptr;

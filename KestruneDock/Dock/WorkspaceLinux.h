@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "KestruneDock/Desktop/DesktopApplications.h"
 #include "KestruneDock/Desktop/WindowMatcher.h"
 #include "KestruneDock/Dock/Workspace.h"
 #include "KestruneKit/Core/ObserverList.h"
@@ -35,7 +36,10 @@ public:
     // once a window of it is up.
     void launch(const std::string& path, std::function<void(bool launched)> finished) override;
 
+    // Running apps are desktop entries, or (`isWindowApplication`) windows no entry claims: those
+    // are named after their windows, and show the icon file given here.
     void setRunningApplications(std::vector<RunningApplication> running);
+    void setWindowApplicationIcon(const std::string& path, std::string iconFile) { windowIcons_[path] = std::move(iconFile); }
     // Brings a running app's window forward; false when it has none to bring.
     void setActivator(std::function<bool(const std::string& path)> activator) { activator_ = std::move(activator); }
     // The facts that tie windows to every installed application; read again on `reload`.
@@ -48,6 +52,7 @@ private:
     std::function<bool(const std::string&)> activator_;
     std::map<std::string, std::vector<std::function<void(bool)>>> pendingLaunches_;
     std::vector<DesktopEntryFacts> entries_;
+    std::map<std::string, std::string> windowIcons_;
     bool entriesRead_ = false;
 };
 

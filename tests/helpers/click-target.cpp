@@ -3,6 +3,7 @@
 // screen and "press X Y" (root coordinates) for each button press, and ends when the window
 // manager asks it to close. Its WM_CLASS is "kestrune-click-target" and CLASS (by default
 // "KestruneClickTarget"), so that the tests can also run it as an application with a desktop entry.
+// Its icon (_NET_WM_ICON, 32 and 64 px) is a plain orange square, 0xE8702A.
 //
 //   kestrune-click-target X Y WIDTH HEIGHT [CLASS]
 
@@ -10,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include <unistd.h>
 
@@ -51,6 +53,14 @@ int main(int argc, char** argv)
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom("_NET_WM_PID"), XCB_ATOM_CARDINAL, 32, 1, &pid);
     xcb_atom_t deleteWindow = atom("WM_DELETE_WINDOW");
     xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom("WM_PROTOCOLS"), XCB_ATOM_ATOM, 32, 1, &deleteWindow);
+    std::vector<uint32_t> icon;
+    for (uint32_t size : { 32u, 64u }) {
+        icon.push_back(size);
+        icon.push_back(size);
+        icon.insert(icon.end(), size * size, 0xFFE8702A);
+    }
+    xcb_change_property(c, XCB_PROP_MODE_REPLACE, window, atom("_NET_WM_ICON"), XCB_ATOM_CARDINAL, 32,
+        static_cast<uint32_t>(icon.size()), icon.data());
     xcb_map_window(c, window);
     xcb_flush(c);
     bool announced = false;

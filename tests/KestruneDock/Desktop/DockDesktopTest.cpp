@@ -205,26 +205,37 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
     ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
     test::XRect bar = session.geometry(*window);
 
-    // Where its tile is: the fifth slot of three pinned apps, a divider, the app, a divider, the trash.
-    DockRowLayout layout;
-    layout.setPreferences(DockPreferences {});
-    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider },
-        { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
-    ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
-    int x = bar.x + static_cast<int>(layout.frames()[4].restingCenter);
-    int dotY = 800 - static_cast<int>(layout.metrics().padding / 2) - 1;
+    // Where a tile rests on this 1280-px bottom edge, in a row of these slots.
+    auto restingX = [](std::vector<DockSlotKind> kinds, size_t index) {
+        DockRowLayout layout;
+        layout.setPreferences(DockPreferences {});
+        std::vector<DockRowSlot> row;
+        for (DockSlotKind kind : kinds)
+            row.push_back({ kind });
+        layout.setSlots(row);
+        return static_cast<int>(std::lround((1280 - layout.restingLength()) / 2 + layout.frames()[index].restingCenter));
+    };
+    using enum DockSlotKind;
+    // Three pinned apps, a divider, the test app, a divider, the trash.
+    std::vector<DockSlotKind> row { app, app, app, divider, app, divider, trash };
+    ASSERT_NEAR(restingX(row, 6), bar.x + bar.width - bar.height / 2, 2) << "the row is not the one this test expects";
+    int x = restingX(row, 4);
+    DockRowLayout metrics;
+    int dotY = 800 - static_cast<int>(metrics.metrics().padding / 2) - 1;
+    int tileY = 800 - bar.height / 2;
     EXPECT_LT(brightness(session.pixel(x, dotY)), 100) << "no indicator before it runs";
 
-    session.click(x, 800 - bar.height / 2);
-    auto app = session.waitForClass("KestruneClickTarget");
-    ASSERT_TRUE(app) << "the click did not start the app";
+    session.click(x, tileY);
+    auto testApp = session.waitForClass("KestruneClickTarget");
+    ASSERT_TRUE(testApp) << "the click did not start the app";
     session.move(100, 100);
     ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height == bar.height; }));
     EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(x, dotY)) > 180; })) << "no running indicator";
     session.screenshot("desktop-app-running-openbox");
 
-    // Another program's window comes forward (a copy of the same program elsewhere is another
-    // program); a click on the tile brings the app's back.
+    // Another program's window, of no desktop entry, comes forward: it has a running tile of its
+    // own after the test app's, with the window's own (orange) icon. A copy of the same program
+    // elsewhere is another program.
     std::string otherProgram = home.folder.file("other-program");
     std::filesystem::copy_file(KESTRUNE_CLICK_TARGET, otherProgram);
     ChildProcessOptions options;
@@ -236,22 +247,41 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
     auto otherWindow = session.waitForClass("SomethingElse");
     ASSERT_TRUE(otherWindow);
     ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == otherWindow; }));
-    session.click(x, 800 - bar.height / 2);
-    EXPECT_TRUE(test::eventually([&] { return session.activeWindow() == app; })) << "the app's window did not come forward";
+    row = { app, app, app, divider, app, app, divider, trash };
+    int otherX = restingX(row, 5);
+    EXPECT_TRUE(test::eventually([&] {
+        uint32_t pixel = session.pixel(otherX, tileY);
+        return ((pixel >> 16) & 0xFF) > 200 && ((pixel >> 8) & 0xFF) > 80 && ((pixel >> 8) & 0xFF) < 150 && (pixel & 0xFF) < 80;
+    })) << "no tile with the window's icon; found " << std::hex << session.pixel(otherX, tileY);
+    EXPECT_GT(brightness(session.pixel(otherX, dotY)), 180) << "the window's tile is no running tile";
+    session.screenshot("desktop-window-of-no-entry-openbox");
+
+    x = restingX(row, 4);
+    session.click(x, tileY);
+    EXPECT_TRUE(test::eventually([&] { return session.activeWindow() == testApp; })) << "the app's window did not come forward";
     EXPECT_EQ(session.clients().size(), 3u) << "a click on a running app starts no second copy";
 
-    // Closed, its indicator goes and it is a recent app again.
-    session.closeWindow(*app);
+    // Closed, its indicator goes and it is a recent app again, after the running ones.
+    session.closeWindow(*testApp);
     ASSERT_TRUE(test::eventually([&] {
         auto list = session.clients();
-        return std::find(list.begin(), list.end(), *app) == list.end();
+        return std::find(list.begin(), list.end(), *testApp) == list.end();
     })) << "the app did not close";
     session.move(100, 100);
+    x = restingX(row, 5);
     EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(x, dotY)) < 100; })) << "the indicator stayed";
     EXPECT_TRUE(test::eventually([&] {
         auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
         return stored.is_object() && stored["recentApps"] == nlohmann::json::array({ entry });
     })) << home.preferencesText();
+
+    // The other program ends: its tile goes, and it is no recent app.
+    session.closeWindow(*otherWindow);
+    row = { app, app, app, divider, app, divider, trash };
+    EXPECT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - bar.width) <= 1; }))
+        << "the window's tile stayed";
+    auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+    EXPECT_EQ(stored["recentApps"], nlohmann::json::array({ entry }));
 }
 
 TEST(DockDesktopLifecycle, ASecondLaunchLeavesOneDockAndTheFirstReopens)

@@ -81,11 +81,20 @@ TEST(DesktopApplications, GroupsWindowsByTheirEntryAndCyclesThroughThemOnRepeate
         return DesktopWindow { id, pid, { "", "", wmClass, wmClass, {}, "" } };
     };
     std::vector<DesktopWindow> windows { window(10, 100, "Evince"), window(11, 200, "firefox-esr"),
-        window(12, 101, "Evince"), window(13, 300, "Mystery"), window(14, 200, "firefox-esr") };
+        window(12, 101, "Evince"), window(13, 300, "Mystery"), window(14, 200, "firefox-esr"), window(15, 301, "Mystery"),
+        DesktopWindow { 16, 400, { "", "", "", "", {}, "/opt/tools/../x/bin/tool" } }, DesktopWindow { 17, 500, {} },
+        window(18, 600, "../..") };
     auto applications = groupWindows(windows, entries);
-    ASSERT_EQ(applications.size(), 2u) << "the window of no known app is no running app";
-    EXPECT_EQ(applications[0], (DesktopApplication { "/a/org.gnome.Evince.desktop", 100, { 10, 12 } }));
-    EXPECT_EQ(applications[1], (DesktopApplication { "/a/firefox-esr.desktop", 200, { 11, 14 } }));
+    ASSERT_EQ(applications.size(), 5u);
+    EXPECT_EQ(applications[0], (DesktopApplication { "/a/org.gnome.Evince.desktop", 100, { 10, 12 }, "" }));
+    EXPECT_EQ(applications[1], (DesktopApplication { "/a/firefox-esr.desktop", 200, { 11, 14 }, "" }));
+    // Windows of no entry are apps of their own, by WM_CLASS, else by their program's name; one
+    // with no name at all is left out, and a name never carries a path's separators.
+    EXPECT_EQ(applications[2], (DesktopApplication { "window:Mystery", 300, { 13, 15 }, "Mystery" }));
+    EXPECT_EQ(applications[3], (DesktopApplication { "window:tool", 400, { 16 }, "tool" }));
+    EXPECT_EQ(applications[4], (DesktopApplication { "window:.._..", 600, { 18 }, ".._.." }));
+    EXPECT_TRUE(isWindowApplication(applications[2].path));
+    EXPECT_FALSE(isWindowApplication(applications[0].path));
 
     const DesktopApplication& evince = applications[0];
     std::vector<uint32_t> recent { 11, 12, 10, 14 };

@@ -103,6 +103,13 @@ TEST_F(DockStoreTest, RunningAppsAndRecentsFollowTheWorkspace)
     workspace.setRunning({ app(10, "/A/Mail.app"), app(15, "/A/Draw.app") });
     EXPECT_EQ(stored(DockStore::recentsKey), (Paths { "/A/Chat.app", "/A/Edit.app", "/A/Term.app" })) << "three at most";
     EXPECT_EQ(paths(store.othersAndRecents()), (Paths { "/A/Draw.app", "/A/Chat.app", "/A/Edit.app", "/A/Term.app" }));
+    // Windows of no application have a running tile, but nothing to be started from later.
+    workspace.setRunning({ app(10, "/A/Mail.app"), app(15, "/A/Draw.app"), app(17, "window:Mystery") });
+    EXPECT_EQ(paths(store.runningOnlyItems()), (Paths { "/A/Draw.app", "window:Mystery" }));
+    store.pin("window:Mystery");
+    EXPECT_EQ(paths(store.pinnedItems()), (Paths { "/A/Mail.app" }));
+    workspace.setRunning({ app(10, "/A/Mail.app"), app(15, "/A/Draw.app") });
+    EXPECT_EQ(stored(DockStore::recentsKey), (Paths { "/A/Chat.app", "/A/Edit.app", "/A/Term.app" }));
     workspace.setRunning({});
     EXPECT_EQ(stored(DockStore::recentsKey), (Paths { "/A/Draw.app", "/A/Chat.app", "/A/Edit.app" })) << "a pinned app that quits is no recent";
 
