@@ -12,6 +12,7 @@
 #include <QVBoxLayout>
 #include <QWidget>
 
+#include "KestruneDock/App/ApplicationsMenuEntry.h"
 #include "KestruneDock/App/LoginItem.h"
 #include "KestruneDock/App/MenuBarIcon.h"
 #include "KestruneDock/App/QtRuntime.h"
@@ -24,6 +25,8 @@
 #include "KestruneDock/Panel/DockPanelController.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
+#include "KestruneKit/AIUsage/AIUsageEngine.h"
+#include "KestruneKit/Core/ApplicationSupport.h"
 #include "KestruneKit/Core/Environment.h"
 #include "KestruneKit/DevTools/KestruneActivity.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -46,10 +49,12 @@ AppDelegate::~AppDelegate()
     // Views before the stores they read, stores before the services they use.
     settingsWindow_.reset();
     sessionWatch_.reset();
+    menuOffer_.reset();
     menuBarIcon_.reset();
     dockController_.reset();
     store_.reset();
     windowWatch_.reset();
+    aiUsage_.reset();
 }
 
 std::optional<int> AppDelegate::applicationDidFinishLaunching()
@@ -87,13 +92,31 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     });
     follower_ = std::make_unique<PreferencesFollower>(*preferences_, *runtime_);
 
-    // 4. The app's own windows: none yet.
+    // 3. No entry of ours in the applications menu: offer one, once the dock is up beside it.
+    if (ApplicationsMenuOffer::isWanted(*preferences_, environment, home)) {
+        QString executable = QCoreApplication::applicationFilePath();
+        menuOffer_ = std::make_unique<ApplicationsMenuOffer>(*preferences_,
+            ApplicationsMenuEntry::forThisUser(environment, home, executable.toStdString()), [this] {
+                std::erase(windows_, &menuOffer_->box());
+            });
+        runtime_->post([this] {
+            if (menuOffer_)
+                menuOffer_->show();
+        });
+    }
+
+    // 4. The app's own windows: none yet, but for that offer.
     windows_.clear();
+    if (menuOffer_)
+        windows_.push_back(&menuOffer_->box());
 
     // 5. The restore guard, before the system dock is touched (none on Linux).
     dockGuard_ = SystemDockHandover::forThisPlatform(*preferences_, bundleIdentifier);
     if (dockGuard_)
         dockGuard_->startRestoreGuard();
+
+    // 6. The AI usage engine: it collects in the background once a widget asks for its figures.
+    aiUsage_ = std::make_unique<AIUsageEngine>(*runtime_, home, applicationSupportFolder(environment, home));
 
     // 7. The system dock's own look, imported once.
     if (dockGuard_)

@@ -27,6 +27,8 @@ class QWidget;
 
 namespace kestrune {
 
+class AIUsageEngine;
+class ApplicationsMenuOffer;
 class DesktopWindowWatch;
 class DockPanelController;
 class DockStore;
@@ -65,6 +67,7 @@ public:
     [[nodiscard]] DockPanelController* dockController() const { return dockController_.get(); }
     [[nodiscard]] bool launchedAtLogin() const { return launchedAtLogin_; }
     [[nodiscard]] bool loginItemRegistered() const { return loginItemRegistered_; }
+    [[nodiscard]] AIUsageEngine* aiUsageEngine() const { return aiUsage_.get(); }
 
 private:
     void received(const std::string& message);
@@ -83,7 +86,9 @@ private:
     std::unique_ptr<PreferencesFollower> follower_;
     // The app's own open windows; one of them visible makes the app a regular, foreground one.
     std::vector<QWidget*> windows_;
+    std::unique_ptr<ApplicationsMenuOffer> menuOffer_;
     std::unique_ptr<SystemDockHandover> dockGuard_;
+    std::unique_ptr<AIUsageEngine> aiUsage_;
     std::unique_ptr<Workspace> workspace_;
     std::unique_ptr<DesktopWindowWatch> windowWatch_;
     std::unique_ptr<TileRaster> raster_;

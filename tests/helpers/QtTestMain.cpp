@@ -11,5 +11,7 @@ int main(int argc, char** argv)
     ::testing::InitGoogleTest(&argc, argv);
     setenv("QT_QPA_PLATFORM", "offscreen", 0);
     QApplication app(argc, argv);
+    // The app's own resources (its icon), as its main loads them.
+    Q_INIT_RESOURCE(app);
     return RUN_ALL_TESTS();
 }

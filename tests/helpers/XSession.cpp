@@ -172,13 +172,16 @@ std::vector<xcb_window_t> XSession::clients()
     return { list.begin(), list.end() };
 }
 
-std::optional<xcb_window_t> XSession::waitForClient(pid_t pid, double seconds)
+std::optional<xcb_window_t> XSession::waitForClient(pid_t pid, double seconds, const char* type)
 {
     std::optional<xcb_window_t> found;
     (void)eventually([&] {
         for (xcb_window_t window : clients()) {
             auto owner = cardinals(window, "_NET_WM_PID");
-            if (!owner.empty() && owner[0] == static_cast<uint32_t>(pid))
+            if (owner.empty() || owner[0] != static_cast<uint32_t>(pid))
+                continue;
+            auto types = atoms(window, "_NET_WM_WINDOW_TYPE");
+            if (!type || (!types.empty() && types[0] == type))
                 found = window;
         }
         return found.has_value();
@@ -275,6 +278,8 @@ void XSession::click(int x, int y)
     move(x, y);
     run({ "/usr/bin/xdotool", "click", "1" });
 }
+
+void XSession::key(const std::string& keys) { run({ "/usr/bin/xdotool", "key", keys }); }
 
 void XSession::screenshot(const std::string& name)
 {

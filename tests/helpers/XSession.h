@@ -44,8 +44,9 @@ public:
     // This process's environment with the session's DISPLAY.
     [[nodiscard]] Environment environment() const;
 
-    // The managed window of a process, waited for; none if it does not come.
-    [[nodiscard]] std::optional<xcb_window_t> waitForClient(pid_t pid, double seconds = 20);
+    // The managed window of a process (of this _NET_WM_WINDOW_TYPE, when given), waited for;
+    // none if it does not come.
+    [[nodiscard]] std::optional<xcb_window_t> waitForClient(pid_t pid, double seconds = 20, const char* type = nullptr);
     [[nodiscard]] std::vector<xcb_window_t> clients();
     [[nodiscard]] std::vector<uint32_t> cardinals(xcb_window_t window, const char* property);
     [[nodiscard]] std::vector<std::string> atoms(xcb_window_t window, const char* property);
@@ -64,6 +65,8 @@ public:
 
     void move(int x, int y);
     void click(int x, int y);
+    // Types keys into the focused window, as xdotool names them ("Return").
+    void key(const std::string& keys);
     void screenshot(const std::string& name);
 
 private:

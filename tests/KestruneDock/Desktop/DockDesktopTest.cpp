@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -32,6 +33,8 @@ public:
         nlohmann::json preferences;
         preferences["pinnedApps"] = { folder.file("share/applications/Alpha.desktop"), folder.file("share/applications/Beta.desktop"),
             folder.file("share/applications/Gamma.desktop") };
+        // Not asked to be added to the applications menu, but in the test about that.
+        preferences["kestrune.launch.applicationsMenuDeclined"] = true;
         folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
         ::mkdir(folder.file("run").c_str(), 0700);
     }
@@ -282,6 +285,48 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
         << "the window's tile stayed";
     auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
     EXPECT_EQ(stored["recentApps"], nlohmann::json::array({ entry }));
+}
+
+TEST(DockDesktopLifecycle, OffersToJoinTheApplicationsMenuBesideTheDockAndAddsItsEntry)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences.erase("kestrune.launch.applicationsMenuDeclined");
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    EXPECT_TRUE(session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK")) << "the offer held the dock up";
+    auto offer = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DIALOG");
+    if (!offer)
+        offer = session.waitForClient(dock->pid(), 5, "_NET_WM_WINDOW_TYPE_NORMAL");
+    ASSERT_TRUE(offer) << "no offer";
+    ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == offer; }));
+    session.screenshot("desktop-applications-menu-offer-openbox");
+
+    // Its default answer adds the entry, which starts this very dock.
+    session.key("Return");
+    std::string entry = home.folder.file("data/applications/app.quillane.dock.desktop");
+    ASSERT_TRUE(test::eventually([&] { return std::filesystem::exists(entry); })) << "no entry written";
+    std::string text = test::readFile(entry);
+    EXPECT_NE(text.find(std::string("\nExec=") + KESTRUNE_DOCK + "\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("Icon=" + home.folder.file("data/icons/hicolor/scalable/apps/app.quillane.dock.svg")), std::string::npos) << text;
+    EXPECT_TRUE(std::filesystem::file_size(home.folder.file("data/icons/hicolor/scalable/apps/app.quillane.dock.svg")) > 100);
+
+    // Once it is there, the next start asks nothing.
+    dock->signal(SIGTERM);
+    EXPECT_TRUE(dock->wait().succeeded());
+    auto again = startDock(home.environment(session));
+    ASSERT_TRUE(again);
+    ASSERT_TRUE(session.waitForClient(again->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK"));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    size_t windows = 0;
+    for (xcb_window_t window : session.clients())
+        windows += session.cardinals(window, "_NET_WM_PID") == std::vector<uint32_t> { static_cast<uint32_t>(again->pid()) };
+    EXPECT_EQ(windows, 1u) << "asked again with the entry in place";
 }
 
 TEST(DockDesktopLifecycle, ASecondLaunchLeavesOneDockAndTheFirstReopens)
