@@ -20,6 +20,7 @@
 #include "KestruneDock/App/SingleInstance.h"
 #include "KestruneDock/Dock/DockStore.h"
 #include "KestruneDock/Desktop/DesktopWindowWatch.h"
+#include "KestruneDock/Desktop/DisplaySleepWatch.h"
 #include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneDock/Dock/WorkspaceLinux.h"
 #include "KestruneDock/Panel/DockPanelController.h"
@@ -49,6 +50,7 @@ AppDelegate::~AppDelegate()
     // Views before the stores they read, stores before the services they use.
     settingsWindow_.reset();
     sessionWatch_.reset();
+    displaySleepWatch_.reset();
     menuOffer_.reset();
     menuBarIcon_.reset();
     dockController_.reset();
@@ -150,9 +152,10 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     // 13. The observers: "openSettings" and "reopen" arrive on the instance's socket (from the
     // tray, a second launch or another process), "kestrune.prepareDockToRise" from the welcome.
 
-    // 14. The remaining services: the session watch pauses every monitor while the system
-    // sleeps or the session is locked or not the active one.
+    // 14. The remaining services: the session and display watches pause every monitor while the
+    // system sleeps, the session is locked or not the active one, or the displays are asleep.
     sessionWatch_ = std::make_unique<SessionWatch>(KestruneActivity::shared());
+    displaySleepWatch_ = std::make_unique<DisplaySleepWatch>(KestruneActivity::shared());
     return std::nullopt;
 }
 

@@ -30,6 +30,7 @@ namespace kestrune {
 class AIUsageEngine;
 class ApplicationsMenuOffer;
 class DesktopWindowWatch;
+class DisplaySleepWatch;
 class DockPanelController;
 class DockStore;
 class MenuBarIcon;
@@ -97,6 +98,7 @@ private:
     std::unique_ptr<MenuBarIcon> menuBarIcon_;
     std::unique_ptr<QWidget> settingsWindow_;
     std::unique_ptr<SessionWatch> sessionWatch_;
+    std::unique_ptr<DisplaySleepWatch> displaySleepWatch_;
 };
 
 } // namespace kestrune
