@@ -153,14 +153,34 @@ std::map<std::string, long> smapsRollup(int pid)
 }
 
 struct Usage {
+    // The whole process's, ended threads included.
     double cpuSeconds = 0;
-    long switches = 0;
+    // Per thread: the kernel keeps no process-wide count of switches.
+    std::map<int, long> switches;
     std::set<int> threads;
 };
+
+// utime + stime of a /proc stat file, in seconds.
+double cpuOf(const std::string& statPath)
+{
+    std::ifstream stat(statPath);
+    std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+    auto close = text.rfind(')');
+    if (close == std::string::npos)
+        return 0;
+    std::istringstream fields(text.substr(close + 2));
+    std::vector<std::string> values;
+    std::string value;
+    while (fields >> value)
+        values.push_back(value);
+    // utime and stime are fields 14 and 15; here 11 and 12 after the state.
+    return values.size() > 12 ? double(std::stol(values[11]) + std::stol(values[12])) / double(sysconf(_SC_CLK_TCK)) : 0;
+}
 
 Usage usage(int pid)
 {
     Usage total;
+    total.cpuSeconds = cpuOf("/proc/" + std::to_string(pid) + "/stat");
     std::string base = "/proc/" + std::to_string(pid) + "/task";
     if (DIR* tasks = opendir(base.c_str())) {
         while (dirent* entry = readdir(tasks)) {
@@ -168,28 +188,27 @@ Usage usage(int pid)
             if (tid <= 0)
                 continue;
             total.threads.insert(tid);
-            std::ifstream stat(base + "/" + entry->d_name + "/stat");
-            std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
-            auto close = text.rfind(')');
-            if (close != std::string::npos) {
-                std::istringstream fields(text.substr(close + 2));
-                std::vector<std::string> values;
-                std::string value;
-                while (fields >> value)
-                    values.push_back(value);
-                // utime and stime are fields 14 and 15; here 11 and 12 after the state.
-                if (values.size() > 12)
-                    total.cpuSeconds += double(std::stol(values[11]) + std::stol(values[12])) / double(sysconf(_SC_CLK_TCK));
-            }
             std::ifstream status(base + "/" + entry->d_name + "/status");
             std::string line;
             while (std::getline(status, line))
                 if (line.starts_with("voluntary_ctxt_switches:") || line.starts_with("nonvoluntary_ctxt_switches:"))
-                    total.switches += std::stol(line.substr(line.find(':') + 1));
+                    total.switches[tid] += std::stol(line.substr(line.find(':') + 1));
         }
         closedir(tasks);
     }
     return total;
+}
+
+// Switches between two looks: those of threads that lived through, and all of those started
+// in between (a thread that came and went in between is not seen).
+long switchesBetween(const Usage& start, const Usage& end)
+{
+    long switches = 0;
+    for (const auto& [tid, count] : end.switches) {
+        auto before = start.switches.find(tid);
+        switches += count - (before == start.switches.end() ? 0 : before->second);
+    }
+    return switches;
 }
 
 void movePointer(xcb_connection_t* c, xcb_window_t root, int x, int y)
@@ -297,7 +316,7 @@ int main(int argc, char** argv)
         std::printf("%s\"%s\"", index ? ", " : "", helpers[index].c_str());
     std::printf("], \"idleSeconds\": %.0f, \"idleCpuMs\": %.1f, \"idleSwitches\": %ld, \"idleThreadsChanged\": %zu, "
                 "\"threads\": %zu, \"sweepCpuPercent\": %.2f, \"sweepMoves\": %d}\n",
-        idleSeconds, (idleEnd.cpuSeconds - idleStart.cpuSeconds) * 1000, idleEnd.switches - idleStart.switches, threadsChanged,
+        idleSeconds, (idleEnd.cpuSeconds - idleStart.cpuSeconds) * 1000, switchesBetween(idleStart, idleEnd), threadsChanged,
         idleEnd.threads.size(), 100 * (sweepEnd.cpuSeconds - sweepStart.cpuSeconds) / sweepSeconds, step / 3);
     std::fflush(stdout);
     dock.signalGroup(SIGTERM);

@@ -7,6 +7,7 @@
 
 #include <QApplication>
 #include <QIcon>
+#include <QThreadPool>
 
 #include "KestruneDock/App/AppDelegate.h"
 
@@ -23,6 +24,10 @@ int main(int argc, char** argv)
     QApplication app(argc, argv);
     app.setQuitOnLastWindowClosed(false);
     app.setWindowIcon(QIcon(QStringLiteral(":/kestrune/app.svg")));
+    // Qt's raster painter splits large fills across the global thread pool. Two threads do it
+    // on any machine, and they stay once started: an idle dock never starts or ends a thread.
+    QThreadPool::globalInstance()->setMaxThreadCount(2);
+    QThreadPool::globalInstance()->setExpiryTimeout(-1);
 
     std::vector<std::string> arguments(argv, argv + argc);
     kestrune::AppDelegate delegate(arguments);

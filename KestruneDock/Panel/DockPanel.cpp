@@ -3,6 +3,7 @@
 #include <QCursor>
 #include <QEnterEvent>
 #include <QMouseEvent>
+#include <QPaintEvent>
 #include <QPainter>
 
 #include "KestruneDock/Desktop/X11WindowList.h"
@@ -30,10 +31,12 @@ QImage DockPanel::render() const
     return image;
 }
 
-void DockPanel::paintEvent(QPaintEvent*)
+void DockPanel::paintEvent(QPaintEvent* event)
 {
     QPainter painter(this);
     controller_.paint(painter, devicePixelRatioF());
+    painter.end();
+    controller_.painted(event->region());
 }
 
 void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(event->globalPosition()); }

@@ -29,6 +29,8 @@ DockScreenRect fromQt(const QRect& rect) { return { double(rect.x()), double(rec
 // 60 frames a second while something moves; nothing at all otherwise.
 constexpr double frameSeconds = 1.0 / 60;
 
+constexpr int labelPixels = 13;
+
 } // namespace
 
 DockPanelController::DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime)
@@ -239,7 +241,68 @@ void DockPanelController::repaintSoon()
     // frame, with the latest pointer.
     if (repaint_.isArmed())
         return;
-    repaint_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::once, Seconds(0), [this] { panel_->update(); });
+    repaint_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::once, Seconds(0), [this] { repaintChanges(); });
+}
+
+DockPanelController::RowPicture DockPanelController::picture() const
+{
+    RowPicture picture { window_, raise_, {}, {}, toQt(placement_.toWindow(window_, layout_.bar())) };
+    picture.slots.reserve(layout_.frames().size());
+    for (const DockSlotFrame& frame : layout_.frames()) {
+        DockRowRect reach { frame.tile.axis, 0, frame.tile.axisLength, frame.tile.depthEnd() };
+        picture.slots.push_back(toQt(placement_.toWindow(window_, reach)));
+    }
+    if (hovered_ && raise_ == DockPanelRaise::raised && *hovered_ < items_.size() && !items_[*hovered_].name.empty()) {
+        QFont font = panel_->font();
+        font.setPixelSize(labelPixels);
+        picture.label = labelBox(*hovered_, QString::fromStdString(items_[*hovered_].name), font);
+    }
+    return picture;
+}
+
+std::optional<QRegion> DockPanelController::changes(const RowPicture& before, const RowPicture& after)
+{
+    if (before.window != after.window || before.raise != after.raise || before.slots.size() != after.slots.size())
+        return std::nullopt;
+    QRegion changed;
+    // Antialiased edges and shadows reach a little past the rectangles.
+    auto differ = [&](const QRectF& a, const QRectF& b) {
+        if (a == b)
+            return;
+        if (!a.isEmpty())
+            changed += a.toAlignedRect().adjusted(-2, -2, 2, 2);
+        if (!b.isEmpty())
+            changed += b.toAlignedRect().adjusted(-2, -2, 2, 2);
+    };
+    for (size_t index = 0; index < after.slots.size(); ++index)
+        differ(before.slots[index], after.slots[index]);
+    differ(before.label, after.label);
+    differ(before.bar, after.bar);
+    return changed;
+}
+
+void DockPanelController::repaintChanges()
+{
+    auto changed = painted_ && !animating() ? changes(*painted_, picture()) : std::nullopt;
+    if (!changed)
+        panel_->update();
+    else if (!changed->isEmpty())
+        panel_->update(*changed);
+}
+
+void DockPanelController::painted(const QRegion& region)
+{
+    RowPicture now = picture();
+    // The row may have moved again between the request and this paint: what moved outside the
+    // painted region still shows the old row, and is painted next.
+    if (painted_) {
+        auto changed = changes(*painted_, now);
+        if (!changed)
+            panel_->update();
+        else if (QRegion missed = *changed - region; !missed.isEmpty())
+            panel_->update(missed);
+    }
+    painted_ = std::move(now);
 }
 
 void DockPanelController::pointerLeft()
@@ -293,12 +356,14 @@ void DockPanelController::takeBackdrop()
 
 void DockPanelController::paint(QPainter& painter, double devicePixelRatio)
 {
+    // The screen's copy where there is one (it covers the whole window), else nothing.
     painter.setCompositionMode(QPainter::CompositionMode_Source);
-    painter.fillRect(QRectF(0, 0, window_.width, window_.height), Qt::transparent);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
-    painter.setRenderHint(QPainter::Antialiasing);
     if (!translucent_ && raise_ == DockPanelRaise::raised && !backdrop_.isNull())
         painter.drawImage(QPointF(0, 0), backdrop_);
+    else
+        painter.fillRect(QRectF(0, 0, window_.width, window_.height), Qt::transparent);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    painter.setRenderHint(QPainter::Antialiasing);
 
     const DockRowMetrics& metrics = layout_.metrics();
     // Sliding in after the welcome: everything starts part of the way out past the edge.
@@ -358,13 +423,25 @@ void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockP
 {
     if (slot >= items_.size() || items_[slot].name.empty() || items_[slot].slot.kind == DockSlotKind::divider)
         return;
-    const DockSlotFrame& frame = layout_.frames()[slot];
     QString text = QString::fromStdString(items_[slot].name);
     QFont font = painter.font();
-    font.setPixelSize(13);
+    font.setPixelSize(labelPixels);
+    QRectF box = labelBox(slot, text, font);
+    QPainterPath path;
+    path.addRoundedRect(box, 6, 6);
+    painter.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
+    painter.setFont(font);
+    painter.setPen(QColor(245, 246, 247));
+    painter.drawText(box, Qt::AlignCenter, text);
+}
+
+QRectF DockPanelController::labelBox(size_t slot, const QString& text, const QFont& font) const
+{
+    const DockSlotFrame& frame = layout_.frames()[slot];
     QFontMetricsF metrics(font);
     QSizeF size(std::ceil(metrics.horizontalAdvance(text)) + 20, std::ceil(metrics.height()) + 8);
-    QPointF anchor = context.toWindow(frame.tile.axisCenter(), frame.tile.depthEnd() + 8);
+    auto [anchorX, anchorY] = placement_.toWindow(window_, frame.tile.axisCenter(), frame.tile.depthEnd() + 8);
+    QPointF anchor(anchorX, anchorY);
     QRectF box(QPointF(), size);
     switch (values_.edge) {
     case DockEdge::bottom: box.moveCenter(QPointF(anchor.x(), anchor.y() - size.height() / 2)); break;
@@ -376,12 +453,7 @@ void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockP
     box.moveLeft(std::clamp(box.left(), inside.left() + 2, std::max(inside.left() + 2, inside.right() - box.width() - 2)));
     box.moveTop(std::clamp(box.top(), inside.top() + 2, std::max(inside.top() + 2, inside.bottom() - box.height() - 2)));
     box.moveTopLeft(QPointF(std::round(box.left()), std::round(box.top())));
-    QPainterPath path;
-    path.addRoundedRect(box, 6, 6);
-    painter.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
-    painter.setFont(font);
-    painter.setPen(QColor(245, 246, 247));
-    painter.drawText(box, Qt::AlignCenter, text);
+    return box;
 }
 
 } // namespace kestrune

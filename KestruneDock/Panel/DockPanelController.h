@@ -22,6 +22,7 @@
 
 #include <QAbstractNativeEventFilter>
 #include <QImage>
+#include <QRegion>
 #include <QMetaObject>
 #include <QPointF>
 #include <QRect>
@@ -75,6 +76,21 @@ public:
     void pointerLeft();
     void clicked(QPointF global, Qt::MouseButton button);
     void paint(QPainter& painter, double devicePixelRatio);
+    // What a paint covers, in window pixels: each slot's stretch from the edge to its tile's far
+    // side (indicator and tile), the hovered slot's label and the bar.
+    struct RowPicture {
+        DockScreenRect window;
+        DockPanelRaise raise = DockPanelRaise::resting;
+        std::vector<QRectF> slots;
+        QRectF label;
+        QRectF bar;
+    };
+    [[nodiscard]] RowPicture picture() const;
+    // The parts that differ between two pictures; none when they are of different windows.
+    [[nodiscard]] static std::optional<QRegion> changes(const RowPicture& before, const RowPicture& after);
+
+    // After a paint of `region`: what changed since the last one and lay outside it is painted next.
+    void painted(const QRegion& region);
 
     // Placement follows the screens: resolution, primary screen, screens added and removed.
     void screensChanged();
@@ -92,6 +108,10 @@ private:
     [[nodiscard]] bool animating() const;
     [[nodiscard]] std::optional<size_t> hitAt(QPointF global) const;
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
+    [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
+
+    // Repaints what moved since the last paint, not the whole window.
+    void repaintChanges();
 
     Preferences& preferences_;
     DockStore& store_;
@@ -116,6 +136,7 @@ private:
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;
+    std::optional<RowPicture> painted_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;
     uint64_t storeWatch_ = 0;
     uint64_t preferencesWatch_ = 0;

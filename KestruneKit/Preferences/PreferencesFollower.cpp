@@ -1,6 +1,7 @@
 #include "KestruneKit/Preferences/PreferencesFollower.h"
 
 #include "KestruneKit/AIUsage/AIUsageFolderWatch.h"
+#include "KestruneKit/Core/AtomicFile.h"
 
 namespace kestrune {
 
@@ -14,6 +15,9 @@ PreferencesFollower::PreferencesFollower(Preferences& preferences, Runtime& runt
             (*self)->preferences_.synchronize();
     };
     if (auto* file = dynamic_cast<JSONFilePreferences*>(&preferences)) {
+        // The folder is ours: made now (a first start has none yet), it is watched from the
+        // start instead of looked for every few seconds until the first write.
+        (void)createFolders(parentFolder(file->path()));
         // The watch calls from its own thread; the preferences are the main thread's.
         watch_ = std::make_unique<AIUsageFileWatch>(file->path(), [&runtime, synchronize] { runtime.post(synchronize); });
     } else {

@@ -162,6 +162,56 @@ TEST_F(DockPanelPaint, MagnifiesUnderThePointerWithTheNameAboveAndRestsWhenItLea
     EXPECT_FALSE(controller->hovered());
 }
 
+TEST_F(DockPanelPaint, APointerMoveRepaintsOnlyWhatChangedAndThatIsAllThatChanged)
+{
+    // More tiles than the magnification reaches, so that some stay where they are.
+    std::vector<std::string> pinned;
+    for (int index = 0; index < 9; ++index) {
+        std::string path = "/apps/app" + std::to_string(index) + ".desktop";
+        workspace.files.insert(path);
+        workspace.icons[path] = { index % 2 ? "kestrune-red" : "kestrune-blue", false };
+        pinned.push_back(path);
+    }
+    preferences.set(DockStore::pinnedKey, pinned);
+    controller.reset();
+    store = std::make_unique<DockStore>(preferences, workspace, runtime, &raster);
+    controller = std::make_unique<DockPanelController>(preferences, *store, runtime);
+    ASSERT_EQ(controller->items().size(), 13u) << "nine pinned, the running app and the trash";
+    for (bool translucent : { true, false }) {
+        controller->setTranslucent(translucent);
+        double depth = controller->layout().metrics().thickness() / 2;
+        controller->pointerMoved(onDesktop(0, depth));
+        ASSERT_EQ(controller->raise(), DockPanelRaise::raised);
+        double left = onDesktop(0, depth).x(), right = onDesktop(8, depth).x();
+        double largest = 0;
+        for (double x = left; x <= right; x += 7) {
+            auto before = controller->picture();
+            QImage shown = controller->panel().render();
+            controller->pointerMoved(QPointF(x, onDesktop(0, depth).y()));
+            auto changed = DockPanelController::changes(before, controller->picture());
+            ASSERT_TRUE(changed) << "the window stayed the same";
+            QImage full = controller->panel().render();
+            // The old picture with only the changed parts painted anew is the new picture.
+            QPainter painter(&shown);
+            painter.setClipRegion(*changed);
+            painter.setCompositionMode(QPainter::CompositionMode_Source);
+            painter.drawImage(QPointF(0, 0), full);
+            painter.end();
+            ASSERT_EQ(shown, full) << "a change outside the repainted parts at x = " << x << (translucent ? "" : ", opaque");
+            // Every tile moves, but the empty space above the small ones is left alone.
+            double area = 0;
+            for (const QRect& rect : *changed)
+                area += double(rect.width()) * rect.height();
+            largest = std::max(largest, area / (double(full.width()) * full.height()));
+        }
+        EXPECT_LT(largest, 0.75) << "moves repainted about the whole window";
+        // Not moving repaints nothing.
+        auto still = controller->picture();
+        EXPECT_TRUE(DockPanelController::changes(still, controller->picture())->isEmpty());
+        controller->pointerLeft();
+    }
+}
+
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
 {
     const DockRowMetrics& metrics = controller->layout().metrics();

@@ -1,3 +1,5 @@
+#include <filesystem>
+
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
@@ -299,6 +301,18 @@ TEST_F(WidgetStoreTest, FollowsAnotherProcessEditingTheSameRow)
     }
     EXPECT_TRUE(runtime.runUntil([&] { return widgets.instances().size() == 3; }));
     EXPECT_EQ(heard, (std::vector { containers, battery, aiUsage }));
+}
+
+TEST(PreferencesFollower, MakesAFirstStartsMissingFolderSoThatItIsWatchedFromTheStart)
+{
+    test::TemporaryFolder folder;
+    std::string path = folder.file("config/kestrune-dock/app.quillane.dock.json");
+    JSONFilePreferences preferences(path);
+    ManualRuntime runtime;
+    PreferencesFollower follower(preferences, runtime);
+    EXPECT_TRUE(std::filesystem::is_directory(folder.file("config/kestrune-dock")));
+    JSONFilePreferences(path).set("iconSize", 40.0);
+    EXPECT_TRUE(runtime.runUntil([&] { return preferences.doubleValue("iconSize") == 40.0; }));
 }
 
 } // namespace
