@@ -5,6 +5,7 @@
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
+#include <QWindow>
 
 #include "KestruneDock/Desktop/X11WindowList.h"
 #include "KestruneDock/Panel/DockPanelController.h"
@@ -14,6 +15,9 @@ namespace kestrune {
 DockPanel::DockPanel(DockPanelController& controller) : controller_(controller)
 {
     setAttribute(Qt::WA_TranslucentBackground);
+    // The controller clears what it paints (or covers it with the screen's copy): Qt's own
+    // clearing first would fill every repainted pixel twice.
+    setAttribute(Qt::WA_NoSystemBackground);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setMouseTracking(true);
     setWindowTitle(QStringLiteral("Kestrune Dock"));
@@ -27,14 +31,16 @@ QImage DockPanel::render() const
     image.setDevicePixelRatio(ratio);
     image.fill(Qt::transparent);
     QPainter painter(&image);
-    controller_.paint(painter, ratio);
+    controller_.paint(painter, ratio, true);
     return image;
 }
 
 void DockPanel::paintEvent(QPaintEvent* event)
 {
     QPainter painter(this);
-    controller_.paint(painter, devicePixelRatioF());
+    // A window with an alpha channel has what is repainted cleared by its backing store.
+    bool cleared = windowHandle() && windowHandle()->format().hasAlpha();
+    controller_.paint(painter, devicePixelRatioF(), cleared);
     painter.end();
     controller_.painted(event->region());
 }

@@ -354,13 +354,13 @@ void DockPanelController::takeBackdrop()
     backdrop_.setDevicePixelRatio(ratio);
 }
 
-void DockPanelController::paint(QPainter& painter, double devicePixelRatio)
+void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool cleared)
 {
     // The screen's copy where there is one (it covers the whole window), else nothing.
     painter.setCompositionMode(QPainter::CompositionMode_Source);
     if (!translucent_ && raise_ == DockPanelRaise::raised && !backdrop_.isNull())
         painter.drawImage(QPointF(0, 0), backdrop_);
-    else
+    else if (!cleared)
         painter.fillRect(QRectF(0, 0, window_.width, window_.height), Qt::transparent);
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     painter.setRenderHint(QPainter::Antialiasing);
@@ -427,19 +427,35 @@ void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockP
     QFont font = painter.font();
     font.setPixelSize(labelPixels);
     QRectF box = labelBox(slot, text, font);
-    QPainterPath path;
-    path.addRoundedRect(box, 6, 6);
-    painter.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
-    painter.setFont(font);
-    painter.setPen(QColor(245, 246, 247));
-    painter.drawText(box, Qt::AlignCenter, text);
+    // Laid out and drawn once per name: the tile under it moves on every pointer move.
+    double dpr = context.devicePixelRatio;
+    if (label_.text != text || label_.devicePixelRatio != dpr || label_.translucent != context.translucent
+        || label_.image.deviceIndependentSize() != box.size()) {
+        label_ = { text, dpr, context.translucent, QImage((box.size() * dpr).toSize(), QImage::Format_ARGB32_Premultiplied) };
+        label_.image.setDevicePixelRatio(dpr);
+        label_.image.fill(Qt::transparent);
+        QPainter drawing(&label_.image);
+        drawing.setRenderHint(QPainter::Antialiasing);
+        QRectF inside(QPointF(), box.size());
+        QPainterPath path;
+        path.addRoundedRect(inside, 6, 6);
+        drawing.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
+        drawing.setFont(font);
+        drawing.setPen(QColor(245, 246, 247));
+        drawing.drawText(inside, Qt::AlignCenter, text);
+    }
+    painter.drawImage(box.topLeft(), label_.image);
 }
 
 QRectF DockPanelController::labelBox(size_t slot, const QString& text, const QFont& font) const
 {
     const DockSlotFrame& frame = layout_.frames()[slot];
-    QFontMetricsF metrics(font);
-    QSizeF size(std::ceil(metrics.horizontalAdvance(text)) + 20, std::ceil(metrics.height()) + 8);
+    if (text != measuredText_) {
+        QFontMetricsF metrics(font);
+        measuredText_ = text;
+        measuredSize_ = QSizeF(std::ceil(metrics.horizontalAdvance(text)) + 20, std::ceil(metrics.height()) + 8);
+    }
+    QSizeF size = measuredSize_;
     auto [anchorX, anchorY] = placement_.toWindow(window_, frame.tile.axisCenter(), frame.tile.depthEnd() + 8);
     QPointF anchor(anchorX, anchorY);
     QRectF box(QPointF(), size);

@@ -75,7 +75,9 @@ public:
     void pointerMoved(QPointF global);
     void pointerLeft();
     void clicked(QPointF global, Qt::MouseButton button);
-    void paint(QPainter& painter, double devicePixelRatio);
+    // `cleared`: the surface is transparent where it is painted (a window with an alpha channel,
+    // whose backing store clears what is repainted); else the controller clears it.
+    void paint(QPainter& painter, double devicePixelRatio, bool cleared = false);
     // What a paint covers, in window pixels: each slot's stretch from the edge to its tile's far
     // side (indicator and tile), the hovered slot's label and the bar.
     struct RowPicture {
@@ -136,6 +138,16 @@ private:
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;
+    struct LabelImage {
+        QString text;
+        double devicePixelRatio = 0;
+        bool translucent = false;
+        QImage image;
+    };
+    LabelImage label_;
+    // The last label measured: the box is asked for on every pointer move.
+    mutable QString measuredText_;
+    mutable QSizeF measuredSize_;
     std::optional<RowPicture> painted_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;
     uint64_t storeWatch_ = 0;

@@ -100,28 +100,37 @@ void AppTilePainter::paint(QPainter& painter, const DockRowItem& item, const Doc
         paintIndicator(painter, frame, context);
 }
 
+QImage SymbolTilePainter::render(int pixels) const
+{
+    QIcon themed = QIcon::fromTheme(symbol_ == Symbol::trash ? QStringLiteral("user-trash") : QStringLiteral("folder"));
+    if (!themed.isNull())
+        return themed.pixmap(QSize(pixels, pixels), 1.0).toImage();
+    QImage drawn(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
+    drawn.fill(Qt::transparent);
+    QPainter drawing(&drawn);
+    drawing.setRenderHint(QPainter::Antialiasing);
+    QRectF box(0, 0, pixels, pixels);
+    symbol_ == Symbol::trash ? drawTrash(drawing, box) : drawFolder(drawing, box);
+    return drawn;
+}
+
 void SymbolTilePainter::paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
     const DockPaintContext& context)
 {
     (void)item;
-    (void)frame;
-    int pixels = std::max(1, static_cast<int>(std::round(tile.width() * context.devicePixelRatio)));
-    if (cached_.width() != pixels) {
-        QIcon themed = QIcon::fromTheme(symbol_ == Symbol::trash ? QStringLiteral("user-trash") : QStringLiteral("folder"));
-        if (!themed.isNull()) {
-            cached_ = themed.pixmap(QSize(pixels, pixels), 1.0).toImage();
-        } else {
-            cached_ = QImage(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
-            cached_.fill(Qt::transparent);
-            QPainter drawing(&cached_);
-            drawing.setRenderHint(QPainter::Antialiasing);
-            QRectF box(0, 0, pixels, pixels);
-            symbol_ == Symbol::trash ? drawTrash(drawing, box) : drawFolder(drawing, box);
-        }
-        cached_.setDevicePixelRatio(context.devicePixelRatio);
+    double dpr = context.devicePixelRatio;
+    int largest = std::max(1, static_cast<int>(std::ceil(std::max(context.largestTile, context.metrics->iconSize) * dpr)));
+    int restingPixels = std::max(1, static_cast<int>(std::round(context.metrics->iconSize * dpr)));
+    if (full_.width() != largest || full_.devicePixelRatio() != dpr) {
+        full_ = render(largest);
+        full_.setDevicePixelRatio(dpr);
+    }
+    if (resting_.width() != restingPixels || resting_.devicePixelRatio() != dpr) {
+        resting_ = render(restingPixels);
+        resting_.setDevicePixelRatio(dpr);
     }
     painter.setRenderHint(QPainter::SmoothPixmapTransform);
-    painter.drawImage(tile, cached_);
+    painter.drawImage(tile, frame.scale == 1.0 ? resting_ : full_);
 }
 
 void DividerPainter::paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,

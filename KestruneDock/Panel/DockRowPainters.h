@@ -81,8 +81,13 @@ public:
         const DockPaintContext& context) override;
 
 private:
+    [[nodiscard]] QImage render(int pixels) const;
+
     Symbol symbol_;
-    QImage cached_;
+    // Drawn once at the largest size the tile is shown at, and once at its resting size: a
+    // magnified tile changes size on every pointer move.
+    QImage full_;
+    QImage resting_;
 };
 
 class DividerPainter final : public DockSlotPainter {
