@@ -1,16 +1,26 @@
 #include "KestruneDock/Panel/DockPanel.h"
 
+#include <algorithm>
+#include <cmath>
+
 #include <QCursor>
 #include <QEnterEvent>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
-#include <QWindow>
 
 #include "KestruneDock/Desktop/X11WindowList.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 
 namespace kestrune {
+
+namespace {
+
+// Device rows painted at a time: an antialiased shape gives a few spans a row, and Qt's painter
+// splits the work of more than 96 spans across threads.
+constexpr int bandRows = 24;
+
+} // namespace
 
 DockPanel::DockPanel(DockPanelController& controller) : controller_(controller)
 {
@@ -37,10 +47,35 @@ QImage DockPanel::render() const
 
 void DockPanel::paintEvent(QPaintEvent* event)
 {
+    // Qt's raster painter hands any fill of more than 96 spans to its thread pool and waits for
+    // it: on a row this small the handing over costs more than the fill. So the row is painted
+    // into a picture of our own, a band of a few rows at a time under a plain rectangular clip,
+    // and the changed parts are copied to the window, which a copy does on this thread.
+    double ratio = devicePixelRatioF();
+    QSize pixels = (QSizeF(size()) * ratio).toSize();
+    if (frame_.size() != pixels || frame_.devicePixelRatio() != ratio) {
+        frame_ = QImage(pixels, QImage::Format_ARGB32_Premultiplied);
+        frame_.setDevicePixelRatio(ratio);
+    }
+    int band = std::max(1, static_cast<int>(std::floor(bandRows / ratio)));
+    QPainter drawing(&frame_);
+    for (const QRect& rect : event->region()) {
+        for (int top = rect.top(); top <= rect.bottom(); top += band) {
+            QRect strip(rect.left(), top, rect.width(), std::min(band, rect.bottom() + 1 - top));
+            drawing.save();
+            drawing.setClipRect(strip);
+            drawing.setCompositionMode(QPainter::CompositionMode_Source);
+            drawing.fillRect(strip, Qt::transparent);
+            drawing.setCompositionMode(QPainter::CompositionMode_SourceOver);
+            controller_.paint(drawing, ratio, true);
+            drawing.restore();
+        }
+    }
+    drawing.end();
     QPainter painter(this);
-    // A window with an alpha channel has what is repainted cleared by its backing store.
-    bool cleared = windowHandle() && windowHandle()->format().hasAlpha();
-    controller_.paint(painter, devicePixelRatioF(), cleared);
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    for (const QRect& rect : event->region())
+        painter.drawImage(rect, frame_, QRectF(QPointF(rect.topLeft()) * ratio, QSizeF(rect.size()) * ratio));
     painter.end();
     controller_.painted(event->region());
 }

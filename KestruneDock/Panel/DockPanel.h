@@ -27,6 +27,8 @@ protected:
 
 private:
     DockPanelController& controller_;
+    // The window's picture, painted in bands and copied out: see paintEvent.
+    QImage frame_;
 };
 
 } // namespace kestrune
