@@ -30,43 +30,47 @@ std::unique_ptr<ChildProcess> start(ChildProcessOptions options, std::string& pr
 
 } // namespace
 
-XSession::XSession(WindowManager manager, int width, int height) : manager_(manager)
+XSession::XSession(WindowManager manager, int width, int height, Screen screen) : manager_(manager)
 {
-    auto xvfb = findInPath("Xvfb", std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin");
+    std::string path = std::getenv("PATH") ? std::getenv("PATH") : "/usr/bin:/bin";
+    auto xvfb = findInPath("Xvfb", path);
     if (!xvfb) {
         problem_ = "Xvfb is not installed (scripts/setup installs it)";
         return;
     }
-    // Xvfb picks a free display and writes its number on the descriptor given: our pipe.
-    ChildProcessOptions server;
-    server.executable = *xvfb;
-    server.arguments = { "-displayfd", "1", "-screen", "0", std::to_string(width) + "x" + std::to_string(height) + "x24",
-        "-nolisten", "tcp", "-noreset" };
-    server.error = ChildStream::nullDevice;
-    server_ = start(server, problem_);
-    if (!server_)
-        return;
-    std::string number;
-    pollfd waiting { server_->outputFd(), POLLIN, 0 };
-    while (number.find('\n') == std::string::npos && ::poll(&waiting, 1, 10000) > 0) {
-        char buffer[32];
-        ssize_t count = ::read(server_->outputFd(), buffer, sizeof buffer);
-        if (count <= 0)
-            break;
-        number.append(buffer, static_cast<size_t>(count));
+    std::string size = std::to_string(width) + "x" + std::to_string(height);
+    if (screen == Screen::fixed) {
+        display_ = startServer(*xvfb, { "-screen", "0", size + "x24" }, processEnvironment(), server_);
+        if (display_.empty())
+            return;
+    } else {
+        // Xvfb's screen keeps its size; Xephyr's, shown in an Xvfb, takes RandR's new ones.
+        auto xephyr = findInPath("Xephyr", path);
+        if (!xephyr) {
+            problem_ = "Xephyr is not installed (scripts/setup installs it)";
+            return;
+        }
+        std::string host = startServer(*xvfb, { "-screen", "0", "1920x1200x24" }, processEnvironment(), host_);
+        if (host.empty())
+            return;
+        Environment nested = processEnvironment();
+        nested["DISPLAY"] = host;
+        display_ = startServer(*xephyr, { "-screen", size, "-resizeable" }, nested, server_);
+        if (display_.empty())
+            return;
     }
-    if (number.find('\n') == std::string::npos) {
-        problem_ = "Xvfb did not start here";
-        return;
-    }
-    display_ = ":" + number.substr(0, number.find('\n'));
     connection_ = xcb_connect(display_.c_str(), nullptr);
     if (xcb_connection_has_error(connection_)) {
-        problem_ = "cannot connect to Xvfb on " + display_;
+        problem_ = "cannot connect to the X server on " + display_;
         return;
     }
     root_ = xcb_setup_roots_iterator(xcb_get_setup(connection_)).data->root;
 
+    startWindowManager();
+}
+
+void XSession::startWindowManager()
+{
     ChildProcessOptions wm;
     wm.executable = manager_ == WindowManager::openbox ? "/usr/bin/openbox" : "/usr/bin/xfwm4";
     if (manager_ == WindowManager::xfwm4)
@@ -107,6 +111,27 @@ XSession::XSession(WindowManager manager, int width, int height) : manager_(mana
         problem_ = std::string(managerName()) + " does not manage windows on " + display_;
 }
 
+void XSession::restartWindowManager()
+{
+    if (windowManager_) {
+        windowManager_->signalGroup(SIGTERM);
+        windowManager_->wait();
+    }
+    // The old one's name stays on the root window; the new one's is the sign it is up.
+    xcb_delete_property(connection_, root_, atom("_NET_SUPPORTING_WM_CHECK"));
+    xcb_flush(connection_);
+    startWindowManager();
+}
+
+bool XSession::resize(int width, int height)
+{
+    run({ "/usr/bin/xrandr", "-s", std::to_string(width) + "x" + std::to_string(height) });
+    return eventually([&] {
+        Reply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, root_), nullptr), &std::free);
+        return geometry && geometry->width == width && geometry->height == height;
+    }, 5);
+}
+
 XSession::~XSession()
 {
     if (connection_)
@@ -115,10 +140,42 @@ XSession::~XSession()
         windowManager_->signalGroup(SIGTERM);
         windowManager_->wait();
     }
-    if (server_) {
-        server_->signal(SIGTERM);
-        server_->wait();
+    for (auto* server : { &server_, &host_ }) {
+        if (*server) {
+            (*server)->signal(SIGTERM);
+            (*server)->wait();
+        }
     }
+}
+
+std::string XSession::startServer(const std::string& executable, std::vector<std::string> arguments, const Environment& environment,
+    std::unique_ptr<ChildProcess>& process)
+{
+    // The server picks a free display and writes its number on the descriptor given: our pipe.
+    ChildProcessOptions server;
+    server.executable = executable;
+    server.arguments = { "-displayfd", "1" };
+    server.arguments.insert(server.arguments.end(), arguments.begin(), arguments.end());
+    server.arguments.insert(server.arguments.end(), { "-nolisten", "tcp", "-noreset" });
+    server.environment = environment;
+    server.error = ChildStream::nullDevice;
+    process = start(server, problem_);
+    if (!process)
+        return {};
+    std::string number;
+    pollfd waiting { process->outputFd(), POLLIN, 0 };
+    while (number.find('\n') == std::string::npos && ::poll(&waiting, 1, 10000) > 0) {
+        char buffer[32];
+        ssize_t count = ::read(process->outputFd(), buffer, sizeof buffer);
+        if (count <= 0)
+            break;
+        number.append(buffer, static_cast<size_t>(count));
+    }
+    if (number.find('\n') == std::string::npos) {
+        problem_ = std::filesystem::path(executable).filename().string() + " did not start here";
+        return {};
+    }
+    return ":" + number.substr(0, number.find('\n'));
 }
 
 const char* XSession::managerName() const { return manager_ == WindowManager::openbox ? "Openbox" : "xfwm4"; }

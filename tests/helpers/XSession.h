@@ -30,8 +30,10 @@ struct XRect {
 class XSession {
 public:
     enum class WindowManager { openbox, xfwm4 };
+    // A fixed screen is Xvfb's; a resizable one is Xephyr's, nested in an Xvfb of its own.
+    enum class Screen { fixed, resizable };
 
-    explicit XSession(WindowManager manager, int width = 1280, int height = 800);
+    explicit XSession(WindowManager manager, int width = 1280, int height = 800, Screen screen = Screen::fixed);
     ~XSession();
     XSession(const XSession&) = delete;
     XSession& operator=(const XSession&) = delete;
@@ -63,6 +65,12 @@ public:
     // Asks the window manager to close the window, as a taskbar's close does.
     void closeWindow(xcb_window_t window);
 
+    // Ends the window manager and starts it again, as a user's "restart" does.
+    void restartWindowManager();
+    // Gives a resizable screen a new size through RandR, as a resolution change does; false
+    // when the server does not take it.
+    [[nodiscard]] bool resize(int width, int height);
+
     void move(int x, int y);
     void click(int x, int y);
     // Types keys into the focused window, as xdotool names them ("Return").
@@ -70,6 +78,10 @@ public:
     void screenshot(const std::string& name);
 
 private:
+    // The display the server came up on, empty when it did not.
+    std::string startServer(const std::string& executable, std::vector<std::string> arguments, const Environment& environment,
+        std::unique_ptr<ChildProcess>& process);
+    void startWindowManager();
     [[nodiscard]] xcb_atom_t atom(const char* name);
     [[nodiscard]] std::string atomName(xcb_atom_t atom);
     void run(const std::vector<std::string>& arguments);
@@ -78,6 +90,7 @@ private:
     std::string problem_;
     std::string display_;
     std::unique_ptr<ChildProcess> server_;
+    std::unique_ptr<ChildProcess> host_;
     std::unique_ptr<ChildProcess> windowManager_;
     xcb_connection_t* connection_ = nullptr;
     xcb_window_t root_ = 0;

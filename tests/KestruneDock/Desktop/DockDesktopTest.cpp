@@ -136,6 +136,52 @@ TEST(DockDesktopWindow, ReservesDevicePixelsAtTwiceTheScale)
     session.screenshot("desktop-dock-hovered-openbox-2x");
 }
 
+TEST(DockDesktopWindow, FollowsAResolutionChangeAndAWindowManagerRestart)
+{
+    XSession session(XSession::WindowManager::openbox, 1280, 800, XSession::Screen::resizable);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+
+    // A smaller screen: the dock is on its new bottom edge, centred, reserving the same bar.
+    ASSERT_TRUE(session.resize(1024, 768)) << "the nested server did not change its size";
+    EXPECT_TRUE(test::eventually([&] {
+        test::XRect now = session.geometry(*window);
+        return now.y + now.height == 768 && std::abs(now.x + now.width / 2.0 - 512) <= 1;
+    })) << "the dock did not follow the screen";
+    auto strut = session.cardinals(*window, "_NET_WM_STRUT_PARTIAL");
+    ASSERT_EQ(strut.size(), 12u);
+    EXPECT_EQ(strut[3], static_cast<uint32_t>(bar.height));
+    EXPECT_EQ(strut[10], static_cast<uint32_t>(session.geometry(*window).x));
+    session.screenshot("desktop-dock-after-resize-openbox");
+
+    // The window manager restarts: the new one finds a dock that still reserves its bar, and
+    // that still rises under the pointer.
+    session.restartWindowManager();
+    ASSERT_TRUE(session.available()) << session.problem();
+    EXPECT_TRUE(test::eventually([&] {
+        auto list = session.clients();
+        return std::find(list.begin(), list.end(), *window) != list.end();
+    })) << "the new window manager does not manage the dock";
+    EXPECT_EQ(session.atoms(*window, "_NET_WM_WINDOW_TYPE"), std::vector<std::string> { "_NET_WM_WINDOW_TYPE_DOCK" });
+    EXPECT_TRUE(test::eventually([&] {
+        auto workarea = session.cardinals(session.root(), "_NET_WORKAREA");
+        return workarea.size() >= 4 && workarea[3] == static_cast<uint32_t>(768 - bar.height);
+    })) << "the strut is not taken off the work area";
+    test::XRect rested = session.geometry(*window);
+    EXPECT_EQ(rested.y + rested.height, 768);
+    session.move(512, 768 - bar.height / 2);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height > bar.height; })) << "no magnification";
+    session.screenshot("desktop-dock-after-wm-restart-openbox");
+    EXPECT_FALSE(dock->hasExited());
+}
+
 TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 {
     XSession session(GetParam());
