@@ -182,6 +182,55 @@ TEST(DockDesktopWindow, FollowsAResolutionChangeAndAWindowManagerRestart)
     EXPECT_FALSE(dock->hasExited());
 }
 
+TEST(DockDesktopWindow, IsTranslucentWithRoundedEndsWhileACompositorRunsAndOpaqueOtherwise)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    if (!isExecutableFile("/usr/bin/xcompmgr"))
+        GTEST_SKIP() << "xcompmgr is not installed (scripts/setup installs it)";
+    DockHome home;
+    // A blue window where the dock will be, to show through it.
+    ChildProcessOptions below;
+    below.executable = KESTRUNE_CLICK_TARGET;
+    below.arguments = { "200", "500", "880", "300" };
+    below.environment = session.environment();
+    auto target = test::spawn(below);
+    ASSERT_TRUE(target);
+    std::string said;
+    ASSERT_TRUE(readUntil(target->outputFd(), said, "mapped"));
+
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+    // The bar's padding under the first tile, and its very corner.
+    int x = bar.x + 20, y = 797, cornerX = bar.x + 1, cornerY = 799;
+    auto blue = [](uint32_t pixel) { return static_cast<int>(pixel & 0xFF) - static_cast<int>((pixel >> 16) & 0xFF); };
+    auto opaque = [&] { return blue(session.pixel(x, y)) < 15 && blue(session.pixel(cornerX, cornerY)) < 15; };
+    EXPECT_TRUE(test::eventually(opaque)) << "without a compositor the bar is opaque to its corners";
+
+    // A compositor comes: the window below shows through the bar, and past its rounded ends.
+    ChildProcessOptions compositor;
+    compositor.executable = "/usr/bin/xcompmgr";
+    compositor.environment = session.environment();
+    compositor.error = ChildStream::nullDevice;
+    auto manager = test::spawn(compositor);
+    ASSERT_TRUE(manager);
+    EXPECT_TRUE(test::eventually([&] { return blue(session.pixel(x, y)) > 15; }))
+        << "the bar hides what is below it: " << std::hex << session.pixel(x, y);
+    EXPECT_TRUE(test::eventually([&] { return session.pixel(cornerX, cornerY) == 0x3a6ea5; }))
+        << "the bar's corner is square: " << std::hex << session.pixel(cornerX, cornerY);
+    session.screenshot("desktop-dock-translucent-openbox");
+
+    // It goes: opaque again.
+    manager->signal(SIGTERM);
+    manager->wait();
+    EXPECT_TRUE(test::eventually(opaque)) << "the bar stayed translucent without a compositor";
+}
+
 TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 {
     XSession session(GetParam());
