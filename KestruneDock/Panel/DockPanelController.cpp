@@ -151,6 +151,13 @@ void DockPanelController::show()
     shown_ = true;
     place();
     panel_->show();
+    // The label's font is loaded once the dock is up, not on the first hover: loading it reads
+    // the font configuration, which would hold up the first frames of the magnification.
+    runtime_.post([this] {
+        QFont font = panel_->font();
+        font.setPixelSize(labelPixels);
+        (void)QFontMetricsF(font).height();
+    });
 }
 
 void DockPanelController::orderOut(bool heldDown)
