@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
 
 #include <QApplication>
 #include <QGuiApplication>
@@ -28,6 +29,7 @@
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Core/ApplicationSupport.h"
+#include "KestruneKit/Core/AtomicFile.h"
 #include "KestruneKit/Core/Environment.h"
 #include "KestruneKit/DevTools/KestruneActivity.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -140,6 +142,7 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     raster_ = std::make_unique<TileRasterQt>();
     store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
     dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);
+    dockController_->setDesktopServices(desktopServices(environment, home));
     dockController_->show();
 
     // 11. The menu-bar icon.
@@ -157,6 +160,42 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     sessionWatch_ = std::make_unique<SessionWatch>(KestruneActivity::shared());
     displaySleepWatch_ = std::make_unique<DisplaySleepWatch>(KestruneActivity::shared());
     return std::nullopt;
+}
+
+DockDesktopServices AppDelegate::desktopServices(const Environment& environment, const std::string& home)
+{
+    DockDesktopServices services;
+    // An app opens at login through an autostart entry of its own: a copy of its desktop entry.
+    std::string autostart = parentFolder(LoginItem::entryPath(environment, home));
+    auto autostartEntry = [autostart](const std::string& path) { return autostart + "/" + std::filesystem::path(path).filename().string(); };
+    services.opensAtLogin = [autostartEntry](const std::string& path) { return LoginItem::isRegistered(autostartEntry(path)); };
+    services.setOpensAtLogin = [autostartEntry](const std::string& path, bool open) {
+        std::string entry = autostartEntry(path);
+        if (!open) {
+            std::error_code ignored;
+            std::filesystem::remove(entry, ignored);
+            return;
+        }
+        auto text = readWholeFile(path);
+        if (!text || !createFolders(parentFolder(entry)) || writeFileAtomically(entry, *text, 0644))
+            std::fprintf(stderr, "kestrune-dock: could not write %s\n", entry.c_str());
+    };
+    services.openSettings = [this] { openSettings(); };
+    if (auto* desktop = dynamic_cast<WorkspaceLinux*>(workspace_.get())) {
+        services.actions = [desktop](const std::string& path) { return desktop->actions(path); };
+        services.launchAction = [desktop](const std::string& path, const std::string& action) { desktop->launchAction(path, action); };
+    }
+    if (windowWatch_) {
+        DesktopWindowWatch* watch = windowWatch_.get();
+        services.windows = [watch](const std::string& path) { return watch->windows(path); };
+        services.activateWindow = [watch](uint32_t window) { watch->activateWindow(window); };
+        services.quit = [watch](const std::string& path) { watch->close(path); };
+        services.forceQuit = [watch](const std::string& path) {
+            for (int64_t pid : watch->processes(path))
+                ::kill(static_cast<pid_t>(pid), SIGTERM);
+        };
+    }
+    return services;
 }
 
 void AppDelegate::received(const std::string& message)

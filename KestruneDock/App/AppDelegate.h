@@ -21,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "KestruneDock/Panel/DockPanelController.h"
+#include "KestruneKit/Core/Environment.h"
 #include "KestruneKit/Core/Runtime.h"
 
 class QWidget;
@@ -72,6 +74,7 @@ public:
 
 private:
     void received(const std::string& message);
+    [[nodiscard]] DockDesktopServices desktopServices(const Environment& environment, const std::string& home);
     void showAbout();
 
     std::vector<std::string> arguments_;

@@ -75,6 +75,41 @@ void DesktopWindowWatch::readIcon(const DesktopApplication& application)
     }
 }
 
+std::vector<std::pair<uint32_t, std::string>> DesktopWindowWatch::windows(const std::string& path) const
+{
+    std::vector<std::pair<uint32_t, std::string>> list;
+    for (const auto& application : applications_)
+        if (application.path == path)
+            for (uint32_t window : application.windows)
+                list.emplace_back(window, X11WindowList::title(window));
+    return list;
+}
+
+void DesktopWindowWatch::activateWindow(uint32_t window) { windows_->activate(window, X11WindowList::userTime()); }
+
+bool DesktopWindowWatch::close(const std::string& path)
+{
+    bool any = false;
+    for (const auto& application : applications_)
+        if (application.path == path)
+            for (uint32_t window : application.windows) {
+                windows_->close(window, X11WindowList::userTime());
+                any = true;
+            }
+    return any;
+}
+
+std::vector<int64_t> DesktopWindowWatch::processes(const std::string& path) const
+{
+    std::vector<int64_t> pids;
+    for (const DesktopWindow& client : windows_->clients())
+        for (const auto& application : applications_)
+            if (application.path == path && std::find(application.windows.begin(), application.windows.end(), client.window) != application.windows.end()
+                && client.pid > 0 && std::find(pids.begin(), pids.end(), client.pid) == pids.end())
+                pids.push_back(client.pid);
+    return pids;
+}
+
 bool DesktopWindowWatch::activate(const std::string& path)
 {
     auto application = std::find_if(applications_.begin(), applications_.end(), [&](const auto& a) { return a.path == path; });

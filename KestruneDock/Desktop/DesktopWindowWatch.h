@@ -36,6 +36,13 @@ public:
 
     [[nodiscard]] bool isWatching() const;
     [[nodiscard]] const std::vector<DesktopApplication>& applications() const { return applications_; }
+    // An app's windows, oldest first, with their titles.
+    [[nodiscard]] std::vector<std::pair<uint32_t, std::string>> windows(const std::string& path) const;
+    void activateWindow(uint32_t window);
+    // Asks each of the app's windows to close, as a taskbar's close does; false when it has none.
+    bool close(const std::string& path);
+    // The processes of the app's windows.
+    [[nodiscard]] std::vector<int64_t> processes(const std::string& path) const;
 
 private:
     void update();

@@ -232,6 +232,15 @@ std::vector<uint32_t> X11WindowList::byRecentUse() const
     return order;
 }
 
+std::string X11WindowList::title(uint32_t window)
+{
+    xcb_connection_t* c = connection();
+    if (!c)
+        return {};
+    std::string name = property(c, window, atom(c, "_NET_WM_NAME"));
+    return name.empty() ? property(c, window, XCB_ATOM_WM_NAME) : name;
+}
+
 std::optional<X11WindowList::Icon> X11WindowList::icon(uint32_t window, int atLeast)
 {
     xcb_connection_t* c = connection();

@@ -48,6 +48,9 @@ public:
     };
     [[nodiscard]] static std::optional<Icon> icon(uint32_t window, int atLeast);
 
+    // The window's title (_NET_WM_NAME, else WM_NAME).
+    [[nodiscard]] static std::string title(uint32_t window);
+
     // Asks the window manager, as a pager, to bring the window forward.
     void activate(uint32_t window, uint32_t timestamp);
     void close(uint32_t window, uint32_t timestamp);

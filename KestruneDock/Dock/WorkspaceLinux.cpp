@@ -179,6 +179,39 @@ void WorkspaceLinux::launch(const std::string& path, std::function<void(bool)> f
     pendingLaunches_[path].push_back(std::move(finished));
 }
 
+std::vector<std::pair<std::string, std::string>> WorkspaceLinux::actions(const std::string& path) const
+{
+    std::vector<std::pair<std::string, std::string>> list;
+    if (isWindowApplication(path))
+        return list;
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    if (!info)
+        return list;
+    for (const gchar* const* id = g_desktop_app_info_list_actions(info.get()); id && *id; ++id) {
+        gchar* name = g_desktop_app_info_get_action_name(info.get(), *id);
+        list.emplace_back(*id, name ? name : *id);
+        g_free(name);
+    }
+    return list;
+}
+
+bool WorkspaceLinux::launchAction(const std::string& path, const std::string& action)
+{
+    if (isWindowApplication(path))
+        return false;
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    if (!info || !g_desktop_app_info_has_key(info.get(), "Actions"))
+        return false;
+    bool known = false;
+    for (const gchar* const* id = g_desktop_app_info_list_actions(info.get()); id && *id; ++id)
+        known |= action == *id;
+    if (!known)
+        return false;
+    // GIO starts an action without our session setup; it still goes through its reaping child.
+    g_desktop_app_info_launch_action(info.get(), action.c_str(), nullptr);
+    return true;
+}
+
 void WorkspaceLinux::setRunningApplications(std::vector<RunningApplication> running)
 {
     running_ = std::move(running);

@@ -39,6 +39,10 @@ public:
     // Running apps are desktop entries, or (`isWindowApplication`) windows no entry claims: those
     // are named after their windows, and show the icon file given here.
     void setRunningApplications(std::vector<RunningApplication> running);
+    // The entry's own actions ([Desktop Action …]): their id and name, in the entry's order.
+    [[nodiscard]] std::vector<std::pair<std::string, std::string>> actions(const std::string& path) const;
+    // Starts one of them, detached as a launch is; false when it cannot be started.
+    bool launchAction(const std::string& path, const std::string& action);
     void setWindowApplicationIcon(const std::string& path, std::string iconFile) { windowIcons_[path] = std::move(iconFile); }
     // Brings a running app's window forward; false when it has none to bring.
     void setActivator(std::function<bool(const std::string& path)> activator) { activator_ = std::move(activator); }

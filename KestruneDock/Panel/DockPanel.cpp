@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <QContextMenuEvent>
 #include <QCursor>
 #include <QEnterEvent>
 #include <QMouseEvent>
@@ -89,6 +90,8 @@ void DockPanel::mouseReleaseEvent(QMouseEvent* event)
     if (rect().contains(event->position().toPoint()))
         controller_.clicked(event->globalPosition(), event->button());
 }
+
+void DockPanel::contextMenuEvent(QContextMenuEvent* event) { controller_.contextMenu(event->globalPos()); }
 
 void DockPanel::enterEvent(QEnterEvent* event) { controller_.pointerMoved(event->globalPosition()); }
 

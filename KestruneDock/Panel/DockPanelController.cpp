@@ -5,7 +5,10 @@
 #include <filesystem>
 #include <numbers>
 
+#include <QAction>
+#include <QCursor>
 #include <QDesktopServices>
+#include <QMenu>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
@@ -76,6 +79,12 @@ void DockPanelController::reload()
                 store_.launching().contains(app.url) });
     };
     addApps(store_.pinnedItems());
+    std::erase_if(quitAsked_, [this](const auto& asked) {
+        auto running = [&](const std::vector<DockApp>& apps) {
+            return std::any_of(apps.begin(), apps.end(), [&](const DockApp& app) { return app.url == asked.first && app.running; });
+        };
+        return !running(store_.pinnedItems()) && !running(store_.runningOnlyItems());
+    });
     if (!store_.othersAndRecents().empty()) {
         if (!items_.empty())
             items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
@@ -341,6 +350,111 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
         break;
     default:
+        break;
+    }
+}
+
+void DockPanelController::contextMenu(QPointF global)
+{
+    auto slot = hitAt(global);
+    std::vector<DockMenuEntry> entries;
+    std::string path;
+    DockSlotKind kind = slot && *slot < items_.size() ? items_[*slot].slot.kind : DockSlotKind::divider;
+    if (kind == DockSlotKind::app) {
+        const DockRowItem& item = items_[*slot];
+        path = item.path;
+        DockAppMenuFacts facts;
+        const auto& pinned = store_.pinnedItems();
+        facts.pinned = std::any_of(pinned.begin(), pinned.end(), [&](const DockApp& app) { return app.url == path; });
+        facts.running = item.running;
+        facts.windowOnly = path.empty() || path.front() != '/';
+        if (item.running && services_.windows)
+            facts.windows = services_.windows(path);
+        if (services_.actions)
+            facts.actions = services_.actions(path);
+        facts.opensAtLogin = services_.opensAtLogin && services_.opensAtLogin(path);
+        auto asked = quitAsked_.find(path);
+        facts.quitPending = item.running && asked != quitAsked_.end()
+            && secondsBetween(asked->second, runtime_.now()).count() >= quitGraceSeconds;
+        entries = appMenu(facts);
+    } else if (kind == DockSlotKind::divider) {
+        entries = dockMenu(values_);
+    } else {
+        // Stacks and the trash have menus of their own, still to come.
+        return;
+    }
+    if (menu_)
+        menu_->close();
+    auto* menu = new QMenu(panel_.get());
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    std::function<void(QMenu*, const std::vector<DockMenuEntry>&)> fill = [&](QMenu* into, const std::vector<DockMenuEntry>& list) {
+        for (const DockMenuEntry& entry : list) {
+            if (entry.separator) {
+                into->addSeparator();
+            } else if (!entry.children.empty()) {
+                fill(into->addMenu(QString::fromStdString(entry.title)), entry.children);
+            } else {
+                QAction* action = into->addAction(QString::fromStdString(entry.title));
+                action->setCheckable(entry.checkable);
+                action->setChecked(entry.checked);
+                QObject::connect(action, &QAction::triggered, panel_.get(), [this, entry, path] { perform(entry, path); });
+            }
+        }
+    };
+    fill(menu, entries);
+    // The row holds still under an open menu, and the pointer leaving for the menu is no leave.
+    store_.setMenuOpen(true);
+    QObject::connect(menu, &QMenu::aboutToHide, panel_.get(), [this] {
+        store_.setMenuOpen(false);
+        QPoint pointer = QCursor::pos();
+        if (!panel_->geometry().contains(pointer))
+            pointerLeft();
+    });
+    menu_ = menu;
+    menu->popup(global.toPoint());
+}
+
+void DockPanelController::perform(const DockMenuEntry& entry, const std::string& path)
+{
+    auto set = [this](std::string_view key, PreferenceValue value) { preferences_.set(key, std::move(value)); };
+    switch (entry.action) {
+    case DockMenuAction::activateWindow:
+        if (services_.activateWindow)
+            services_.activateWindow(static_cast<uint32_t>(std::stoul(entry.argument)));
+        break;
+    case DockMenuAction::desktopAction:
+        if (services_.launchAction)
+            services_.launchAction(path, entry.argument);
+        break;
+    case DockMenuAction::keepInDock:
+        entry.checked ? store_.unpin(path) : store_.pin(path);
+        break;
+    case DockMenuAction::openAtLogin:
+        if (services_.setOpensAtLogin)
+            services_.setOpensAtLogin(path, !entry.checked);
+        break;
+    case DockMenuAction::showInFiles:
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(std::filesystem::path(path).parent_path().string())));
+        break;
+    case DockMenuAction::quit:
+        quitAsked_[path] = runtime_.now();
+        if (services_.quit)
+            services_.quit(path);
+        break;
+    case DockMenuAction::forceQuit:
+        if (services_.forceQuit)
+            services_.forceQuit(path);
+        break;
+    case DockMenuAction::toggleHiding: set(DockPreferences::autohideKey, !values_.autohide); break;
+    case DockMenuAction::toggleMagnification: set(DockPreferences::magnificationKey, !values_.magnification); break;
+    case DockMenuAction::positionLeft: set(DockPreferences::edgeKey, std::string(toString(DockEdge::left))); break;
+    case DockMenuAction::positionBottom: set(DockPreferences::edgeKey, std::string(toString(DockEdge::bottom))); break;
+    case DockMenuAction::positionRight: set(DockPreferences::edgeKey, std::string(toString(DockEdge::right))); break;
+    case DockMenuAction::dockSettings:
+        if (services_.openSettings)
+            services_.openSettings();
+        break;
+    case DockMenuAction::none:
         break;
     }
 }

@@ -15,18 +15,23 @@
 //
 // Main thread only.
 
+#include <functional>
 #include <map>
+#include <string>
 #include <memory>
 #include <optional>
 #include <vector>
 
 #include <QAbstractNativeEventFilter>
+#include <QMenu>
+#include <QPointer>
 #include <QImage>
 #include <QRegion>
 #include <QMetaObject>
 #include <QPointF>
 #include <QRect>
 
+#include "KestruneDock/Dock/DockMenu.h"
 #include "KestruneDock/Dock/DockPanelPlacement.h"
 #include "KestruneDock/Dock/DockPreferences.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
@@ -36,11 +41,30 @@
 class QPainter;
 class QScreen;
 
+
 namespace kestrune {
 
 class DockPanel;
 class DockStore;
 class Preferences;
+
+// What the dock's menus ask of the desktop beyond the store. An empty function leaves its
+// entries out (a test, or a platform without them).
+struct DockDesktopServices {
+    // An app's windows, oldest first, with their titles.
+    std::function<std::vector<std::pair<uint32_t, std::string>>(const std::string& path)> windows;
+    std::function<void(uint32_t window)> activateWindow;
+    // The desktop entry's own actions: id and name.
+    std::function<std::vector<std::pair<std::string, std::string>>(const std::string& path)> actions;
+    std::function<void(const std::string& path, const std::string& action)> launchAction;
+    std::function<bool(const std::string& path)> opensAtLogin;
+    std::function<void(const std::string& path, bool open)> setOpensAtLogin;
+    // Asks the app's windows to close.
+    std::function<void(const std::string& path)> quit;
+    // Ends its processes (SIGTERM) when asking was not enough.
+    std::function<void(const std::string& path)> forceQuit;
+    std::function<void()> openSettings;
+};
 
 class DockPanelController {
 public:
@@ -75,6 +99,13 @@ public:
     void pointerMoved(QPointF global);
     void pointerLeft();
     void clicked(QPointF global, Qt::MouseButton button);
+    // The menu of what lies there: a tile's, or the dock's own on its bar and dividers.
+    void contextMenu(QPointF global);
+    void setDesktopServices(DockDesktopServices services) { services_ = std::move(services); }
+    // The menu open now, if any.
+    [[nodiscard]] QMenu* openMenu() const { return menu_; }
+    // A quit that was asked for this long ago, with the app still there, may be forced.
+    static constexpr double quitGraceSeconds = 3;
     // `cleared`: the surface is transparent where it is painted (a window with an alpha channel,
     // whose backing store clears what is repainted); else the controller clears it.
     void paint(QPainter& painter, double devicePixelRatio, bool cleared = false);
@@ -111,6 +142,7 @@ private:
     [[nodiscard]] std::optional<size_t> hitAt(QPointF global) const;
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
+    void perform(const DockMenuEntry& entry, const std::string& path);
 
     // Repaints what moved since the last paint, not the whole window.
     void repaintChanges();
@@ -149,6 +181,10 @@ private:
     mutable QString measuredText_;
     mutable QSizeF measuredSize_;
     std::optional<RowPicture> painted_;
+    DockDesktopServices services_;
+    QPointer<QMenu> menu_;
+    // Apps asked to quit, and when.
+    std::map<std::string, Date> quitAsked_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;
     uint64_t storeWatch_ = 0;
     uint64_t preferencesWatch_ = 0;

@@ -2,6 +2,7 @@
 
 #include <QIcon>
 #include <QImage>
+#include <QMenu>
 #include <QPainter>
 #include <gtest/gtest.h>
 
@@ -210,6 +211,67 @@ TEST_F(DockPanelPaint, APointerMoveRepaintsOnlyWhatChangedAndThatIsAllThatChange
         EXPECT_TRUE(DockPanelController::changes(still, controller->picture())->isEmpty());
         controller->pointerLeft();
     }
+}
+
+TEST_F(DockPanelPaint, MenusHoldTheRowStillAndCarryOutWhatIsChosen)
+{
+    auto find = [](QMenu* menu, const QString& title) -> QAction* {
+        for (QAction* action : menu->actions()) {
+            if (action->text() == title)
+                return action;
+            if (action->menu())
+                for (QAction* inner : action->menu()->actions())
+                    if (inner->text() == title)
+                        return inner;
+        }
+        return nullptr;
+    };
+    double depth = controller->layout().metrics().thickness() / 2;
+    std::string quit;
+    DockDesktopServices services;
+    services.windows = [](const std::string&) { return std::vector<std::pair<uint32_t, std::string>> { { 9, "Red’s window" } }; };
+    services.quit = [&](const std::string& path) { quit = path; };
+    controller->setDesktopServices(services);
+
+    // The running red app's tile: its window, its options, and Quit, which asks it to close.
+    controller->contextMenu(onDesktop(0, depth));
+    QMenu* menu = controller->openMenu();
+    ASSERT_TRUE(menu);
+    EXPECT_TRUE(store->isMenuOpen()) << "the row holds still under the menu";
+    ASSERT_TRUE(find(menu, QStringLiteral("Red’s window")));
+    ASSERT_TRUE(find(menu, QStringLiteral("Quit")));
+    find(menu, QStringLiteral("Quit"))->trigger();
+    EXPECT_EQ(quit, "/apps/red.desktop");
+    QAction* keep = find(menu, QStringLiteral("Keep in Dock"));
+    ASSERT_TRUE(keep);
+    EXPECT_TRUE(keep->isChecked());
+    menu->close();
+    EXPECT_FALSE(store->isMenuOpen());
+
+    // The blue tile's "Keep in Dock" unticked: it is no longer pinned.
+    controller->contextMenu(onDesktop(1, depth));
+    menu = controller->openMenu();
+    ASSERT_TRUE(menu);
+    EXPECT_FALSE(find(menu, QStringLiteral("Quit"))) << "a tile that is not running has nothing to quit";
+    find(menu, QStringLiteral("Keep in Dock"))->trigger();
+    menu->close();
+    EXPECT_EQ(preferences.stringListValue(DockStore::pinnedKey), std::vector<std::string> { "/apps/red.desktop" });
+
+    // The divider: the dock's own menu, whose choices are kept in the preferences.
+    size_t divider = 0;
+    while (divider < controller->items().size() && controller->items()[divider].slot.kind != DockSlotKind::divider)
+        ++divider;
+    ASSERT_LT(divider, controller->items().size());
+    controller->contextMenu(onDesktop(divider, depth));
+    menu = controller->openMenu();
+    ASSERT_TRUE(menu);
+    find(menu, QStringLiteral("Turn Magnification Off"))->trigger();
+    menu->close();
+    EXPECT_EQ(preferences.boolValue(DockPreferences::magnificationKey), false);
+    controller->contextMenu(onDesktop(divider, depth));
+    find(controller->openMenu(), QStringLiteral("Right"))->trigger();
+    controller->openMenu()->close();
+    EXPECT_EQ(preferences.stringValue(DockPreferences::edgeKey), "right");
 }
 
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)

@@ -1,0 +1,68 @@
+#include "KestruneDock/Dock/DockMenu.h"
+
+namespace kestrune {
+
+namespace {
+
+DockMenuEntry separator() { return { {}, DockMenuAction::none, {}, false, false, true, {} }; }
+
+DockMenuEntry item(std::string title, DockMenuAction action, std::string argument = {})
+{
+    return { std::move(title), action, std::move(argument), false, false, false, {} };
+}
+
+DockMenuEntry tick(std::string title, DockMenuAction action, bool checked)
+{
+    return { std::move(title), action, {}, true, checked, false, {} };
+}
+
+} // namespace
+
+std::vector<DockMenuEntry> appMenu(const DockAppMenuFacts& facts)
+{
+    std::vector<DockMenuEntry> entries;
+    for (const auto& [window, title] : facts.windows)
+        entries.push_back(item(title.empty() ? "Untitled" : title, DockMenuAction::activateWindow, std::to_string(window)));
+    if (!facts.windows.empty())
+        entries.push_back(separator());
+    for (const auto& [id, name] : facts.actions)
+        entries.push_back(item(name, DockMenuAction::desktopAction, id));
+    if (!facts.actions.empty())
+        entries.push_back(separator());
+    if (!facts.windowOnly) {
+        DockMenuEntry options = item("Options", DockMenuAction::none);
+        options.children = {
+            tick("Keep in Dock", DockMenuAction::keepInDock, facts.pinned),
+            tick("Open at Login", DockMenuAction::openAtLogin, facts.opensAtLogin),
+            item("Show in Files", DockMenuAction::showInFiles),
+        };
+        entries.push_back(std::move(options));
+    }
+    if (facts.running) {
+        if (!entries.empty() && !entries.back().separator)
+            entries.push_back(separator());
+        entries.push_back(facts.quitPending ? item("Force Quit", DockMenuAction::forceQuit) : item("Quit", DockMenuAction::quit));
+    }
+    while (!entries.empty() && entries.back().separator)
+        entries.pop_back();
+    return entries;
+}
+
+std::vector<DockMenuEntry> dockMenu(const DockPreferences& preferences)
+{
+    DockMenuEntry position = item("Position on Screen", DockMenuAction::none);
+    position.children = {
+        tick("Left", DockMenuAction::positionLeft, preferences.edge == DockEdge::left),
+        tick("Bottom", DockMenuAction::positionBottom, preferences.edge == DockEdge::bottom),
+        tick("Right", DockMenuAction::positionRight, preferences.edge == DockEdge::right),
+    };
+    return {
+        item(preferences.autohide ? "Turn Hiding Off" : "Turn Hiding On", DockMenuAction::toggleHiding),
+        item(preferences.magnification ? "Turn Magnification Off" : "Turn Magnification On", DockMenuAction::toggleMagnification),
+        std::move(position),
+        separator(),
+        item("Dock Settings…", DockMenuAction::dockSettings),
+    };
+}
+
+} // namespace kestrune

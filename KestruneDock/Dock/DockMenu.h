@@ -1,0 +1,67 @@
+#pragma once
+// OVERVIEW
+// What the dock's context menus hold: a tile's (its app's windows, the entry's own actions,
+// "Options", "Quit") and the dock's own (hiding, magnification, position, settings). A pure
+// description, built from the facts of the moment; the application shows it and carries out
+// the action chosen.
+//
+// TYPICAL USAGE
+//   auto entries = appMenu({ .pinned = true, .running = true, .windows = { { 0x3a00007, "Notes" } } });
+//   for (const DockMenuEntry& entry : dockMenu(preferences)) add(entry);
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "KestruneDock/Dock/DockPreferences.h"
+
+namespace kestrune {
+
+enum class DockMenuAction {
+    none,
+    activateWindow,
+    desktopAction,
+    keepInDock,
+    openAtLogin,
+    showInFiles,
+    quit,
+    forceQuit,
+    toggleHiding,
+    toggleMagnification,
+    positionLeft,
+    positionBottom,
+    positionRight,
+    dockSettings,
+};
+
+struct DockMenuEntry {
+    std::string title;
+    DockMenuAction action = DockMenuAction::none;
+    // The window (as a number) or the desktop action's id the entry is about.
+    std::string argument;
+    bool checkable = false;
+    bool checked = false;
+    bool separator = false;
+    std::vector<DockMenuEntry> children;
+
+    bool operator==(const DockMenuEntry&) const = default;
+};
+
+struct DockAppMenuFacts {
+    bool pinned = false;
+    bool running = false;
+    // The app's open windows, oldest first: the window and its title.
+    std::vector<std::pair<uint32_t, std::string>> windows;
+    // The desktop entry's own actions: their id and name.
+    std::vector<std::pair<std::string, std::string>> actions;
+    bool opensAtLogin = false;
+    // A quit was asked for and the app is still there: the next one may force it.
+    bool quitPending = false;
+    // A window of no desktop entry: nothing to keep, start at login or show.
+    bool windowOnly = false;
+};
+
+[[nodiscard]] std::vector<DockMenuEntry> appMenu(const DockAppMenuFacts& facts);
+[[nodiscard]] std::vector<DockMenuEntry> dockMenu(const DockPreferences& preferences);
+
+} // namespace kestrune
