@@ -268,7 +268,7 @@ DockPanelController::RowPicture DockPanelController::picture() const
         DockRowRect reach { frame.tile.axis, 0, frame.tile.axisLength, frame.tile.depthEnd() };
         picture.slots.push_back(toQt(placement_.toWindow(window_, reach)));
     }
-    if (hovered_ && raise_ == DockPanelRaise::raised && *hovered_ < items_.size() && !items_[*hovered_].name.empty()) {
+    if (showsLabel() && !items_[*hovered_].name.empty()) {
         QFont font = panel_->font();
         font.setPixelSize(labelPixels);
         picture.label = labelBox(*hovered_, QString::fromStdString(items_[*hovered_].name), font);
@@ -536,8 +536,14 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
             continue;
         painterFor->second->paint(painter, item, frame, toQt(placement_.toWindow(window_, frame.tile)), context);
     }
-    if (hovered_ && raise_ == DockPanelRaise::raised)
+    if (showsLabel())
         paintLabel(painter, *hovered_, context);
+}
+
+bool DockPanelController::showsLabel() const
+{
+    // An open menu stands where the name would: the name goes.
+    return hovered_ && *hovered_ < items_.size() && raise_ == DockPanelRaise::raised && !store_.isMenuOpen();
 }
 
 void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context)

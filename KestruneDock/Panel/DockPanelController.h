@@ -143,6 +143,7 @@ private:
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
     void perform(const DockMenuEntry& entry, const std::string& path);
+    [[nodiscard]] bool showsLabel() const;
 
     // Repaints what moved since the last paint, not the whole window.
     void repaintChanges();

@@ -330,10 +330,10 @@ void XSession::move(int x, int y)
     run({ "/usr/bin/xdotool", "mousemove", "--sync", std::to_string(x), std::to_string(y) });
 }
 
-void XSession::click(int x, int y)
+void XSession::click(int x, int y, int button)
 {
     move(x, y);
-    run({ "/usr/bin/xdotool", "click", "1" });
+    run({ "/usr/bin/xdotool", "click", std::to_string(button) });
 }
 
 void XSession::key(const std::string& keys) { run({ "/usr/bin/xdotool", "key", keys }); }

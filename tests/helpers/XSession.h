@@ -72,7 +72,8 @@ public:
     [[nodiscard]] bool resize(int width, int height);
 
     void move(int x, int y);
-    void click(int x, int y);
+    // Button 1 is the left, 3 the right.
+    void click(int x, int y, int button = 1);
     // Types keys into the focused window, as xdotool names them ("Return").
     void key(const std::string& keys);
     void screenshot(const std::string& name);

@@ -382,6 +382,41 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
     EXPECT_EQ(stored["recentApps"], nlohmann::json::array({ entry }));
 }
 
+TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+    DockRowLayout layout;
+    layout.setPreferences(DockPreferences {});
+    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
+
+    // Alpha's menu: its options only, as it does not run.
+    session.click(bar.x + static_cast<int>(layout.frames()[0].restingCenter), 800 - bar.height / 2, 3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    session.screenshot("desktop-tile-menu-openbox");
+    session.key("Down");
+    session.key("Right");
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    session.screenshot("desktop-tile-menu-options-openbox");
+    session.key("Return");
+    auto beta = home.folder.file("share/applications/Beta.desktop"), gamma = home.folder.file("share/applications/Gamma.desktop");
+    EXPECT_TRUE(test::eventually([&] {
+        auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+        return stored.is_object() && stored["pinnedApps"] == nlohmann::json::array({ beta, gamma });
+    })) << home.preferencesText();
+    session.move(100, 100);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).width < bar.width; })) << "the tile stayed";
+}
+
 TEST(DockDesktopLifecycle, OffersToJoinTheApplicationsMenuBesideTheDockAndAddsItsEntry)
 {
     XSession session(XSession::WindowManager::openbox);
