@@ -20,6 +20,7 @@
 #include "KestruneDock/App/SignalWatch.h"
 #include "KestruneDock/App/SingleInstance.h"
 #include "KestruneDock/Dock/DockStore.h"
+#include "KestruneDock/Desktop/DesktopTrash.h"
 #include "KestruneDock/Desktop/DesktopWindowWatch.h"
 #include "KestruneDock/Desktop/DisplaySleepWatch.h"
 #include "KestruneDock/Desktop/SessionWatch.h"
@@ -55,6 +56,7 @@ AppDelegate::~AppDelegate()
     displaySleepWatch_.reset();
     menuOffer_.reset();
     menuBarIcon_.reset();
+    trash_.reset();
     dockController_.reset();
     store_.reset();
     windowWatch_.reset();
@@ -143,6 +145,14 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
     dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);
     dockController_->setDesktopServices(desktopServices(environment, home));
+    // The trash's watch calls from its own thread; the tile is the main thread's.
+    trash_ = std::make_unique<DesktopTrash>(DesktopTrash::folderFor(environment, home), [this] {
+        runtime_->post([this] {
+            if (dockController_ && trash_)
+                dockController_->setTrashItems(trash_->count());
+        });
+    });
+    dockController_->setTrashItems(trash_->count());
     dockController_->show();
 
     // 11. The menu-bar icon.
@@ -181,6 +191,7 @@ DockDesktopServices AppDelegate::desktopServices(const Environment& environment,
             std::fprintf(stderr, "kestrune-dock: could not write %s\n", entry.c_str());
     };
     services.openSettings = [this] { openSettings(); };
+    services.emptyTrash = [this] { return trash_ ? trash_->empty() : std::string(); };
     if (auto* desktop = dynamic_cast<WorkspaceLinux*>(workspace_.get())) {
         services.actions = [desktop](const std::string& path) { return desktop->actions(path); };
         services.launchAction = [desktop](const std::string& path, const std::string& action) { desktop->launchAction(path, action); };

@@ -31,6 +31,7 @@ namespace kestrune {
 
 class AIUsageEngine;
 class ApplicationsMenuOffer;
+class DesktopTrash;
 class DesktopWindowWatch;
 class DisplaySleepWatch;
 class DockPanelController;
@@ -98,6 +99,7 @@ private:
     std::unique_ptr<TileRaster> raster_;
     std::unique_ptr<DockStore> store_;
     std::unique_ptr<DockPanelController> dockController_;
+    std::unique_ptr<DesktopTrash> trash_;
     std::unique_ptr<MenuBarIcon> menuBarIcon_;
     std::unique_ptr<QWidget> settingsWindow_;
     std::unique_ptr<SessionWatch> sessionWatch_;

@@ -4,16 +4,16 @@ namespace kestrune {
 
 namespace {
 
-DockMenuEntry separator() { return { {}, DockMenuAction::none, {}, false, false, true, {} }; }
+DockMenuEntry separator() { return { {}, DockMenuAction::none, {}, false, false, true, {}, true }; }
 
 DockMenuEntry item(std::string title, DockMenuAction action, std::string argument = {})
 {
-    return { std::move(title), action, std::move(argument), false, false, false, {} };
+    return { std::move(title), action, std::move(argument), false, false, false, {}, true };
 }
 
 DockMenuEntry tick(std::string title, DockMenuAction action, bool checked)
 {
-    return { std::move(title), action, {}, true, checked, false, {} };
+    return { std::move(title), action, {}, true, checked, false, {}, true };
 }
 
 } // namespace
@@ -63,6 +63,19 @@ std::vector<DockMenuEntry> dockMenu(const DockPreferences& preferences)
         separator(),
         item("Dock Settings…", DockMenuAction::dockSettings),
     };
+}
+
+std::vector<DockMenuEntry> trashMenu(size_t items)
+{
+    DockMenuEntry empty = item("Empty Trash", DockMenuAction::emptyTrash);
+    empty.enabled = items > 0;
+    return { item("Open", DockMenuAction::openTrash), separator(), std::move(empty) };
+}
+
+DockQuestion emptyTrashQuestion(size_t items)
+{
+    std::string what = items == 1 ? "The item in the Trash" : "The " + std::to_string(items) + " items in the Trash";
+    return { "Empty the Trash?", what + " will be deleted for good. You can’t undo this.", "Empty Trash" };
 }
 
 } // namespace kestrune

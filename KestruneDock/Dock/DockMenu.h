@@ -32,6 +32,8 @@ enum class DockMenuAction {
     positionBottom,
     positionRight,
     dockSettings,
+    openTrash,
+    emptyTrash,
 };
 
 struct DockMenuEntry {
@@ -43,6 +45,7 @@ struct DockMenuEntry {
     bool checked = false;
     bool separator = false;
     std::vector<DockMenuEntry> children;
+    bool enabled = true;
 
     bool operator==(const DockMenuEntry&) const = default;
 };
@@ -63,5 +66,15 @@ struct DockAppMenuFacts {
 
 [[nodiscard]] std::vector<DockMenuEntry> appMenu(const DockAppMenuFacts& facts);
 [[nodiscard]] std::vector<DockMenuEntry> dockMenu(const DockPreferences& preferences);
+// The trash's: "Open", and "Empty Trash" while there is something to empty.
+[[nodiscard]] std::vector<DockMenuEntry> trashMenu(size_t items);
+
+// What emptying the trash asks first: its question and what it says of the items.
+struct DockQuestion {
+    std::string title;
+    std::string detail;
+    std::string confirm;
+};
+[[nodiscard]] DockQuestion emptyTrashQuestion(size_t items);
 
 } // namespace kestrune

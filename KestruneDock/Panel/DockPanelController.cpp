@@ -9,6 +9,7 @@
 #include <QCursor>
 #include <QDesktopServices>
 #include <QMenu>
+#include <QPushButton>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QPainter>
@@ -94,7 +95,7 @@ void DockPanelController::reload()
         items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
     for (const std::string& folder : store_.stackURLs())
         items_.push_back({ { DockSlotKind::stack }, folder, std::filesystem::path(folder).filename().string(), false, false });
-    items_.push_back({ { DockSlotKind::trash }, std::string(DockStore::trashIdentifier), "Trash", false, false });
+    items_.push_back({ { DockSlotKind::trash }, std::string(DockStore::trashIdentifier), "Trash", false, false, trashItems_ > 0 });
 
     std::vector<DockRowSlot> slots;
     slots.reserve(items_.size());
@@ -379,8 +380,10 @@ void DockPanelController::contextMenu(QPointF global)
         entries = appMenu(facts);
     } else if (kind == DockSlotKind::divider) {
         entries = dockMenu(values_);
+    } else if (kind == DockSlotKind::trash) {
+        entries = trashMenu(trashItems_);
     } else {
-        // Stacks and the trash have menus of their own, still to come.
+        // Stacks have menus of their own, still to come.
         return;
     }
     if (menu_)
@@ -395,6 +398,7 @@ void DockPanelController::contextMenu(QPointF global)
                 fill(into->addMenu(QString::fromStdString(entry.title)), entry.children);
             } else {
                 QAction* action = into->addAction(QString::fromStdString(entry.title));
+                action->setEnabled(entry.enabled);
                 action->setCheckable(entry.checkable);
                 action->setChecked(entry.checked);
                 QObject::connect(action, &QAction::triggered, panel_.get(), [this, entry, path] { perform(entry, path); });
@@ -454,9 +458,60 @@ void DockPanelController::perform(const DockMenuEntry& entry, const std::string&
         if (services_.openSettings)
             services_.openSettings();
         break;
+    case DockMenuAction::openTrash:
+        QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
+        break;
+    case DockMenuAction::emptyTrash:
+        askToEmptyTrash();
+        break;
     case DockMenuAction::none:
         break;
     }
+}
+
+void DockPanelController::askToEmptyTrash()
+{
+    if (!services_.emptyTrash || trashItems_ == 0)
+        return;
+    if (question_) {
+        question_->raise();
+        return;
+    }
+    DockQuestion question = emptyTrashQuestion(trashItems_);
+    auto* box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Kestrune Dock"), QString::fromStdString(question.title));
+    box->setInformativeText(QString::fromStdString(question.detail));
+    QPushButton* confirm = box->addButton(QString::fromStdString(question.confirm), QMessageBox::DestructiveRole);
+    // Nothing is lost by a hasty Return: Cancel is the default.
+    QPushButton* cancel = box->addButton(QStringLiteral("Cancel"), QMessageBox::RejectRole);
+    box->setDefaultButton(cancel);
+    box->setEscapeButton(cancel);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(box, &QMessageBox::buttonClicked, panel_.get(), [this, confirm](QAbstractButton* button) {
+        if (button != confirm)
+            return;
+        std::string problem = services_.emptyTrash();
+        if (problem.empty())
+            return;
+        auto* failure = new QMessageBox(QMessageBox::Warning, QStringLiteral("Kestrune Dock"),
+            QStringLiteral("Couldn’t empty the Trash."), QMessageBox::Ok);
+        failure->setInformativeText(QString::fromStdString(problem));
+        failure->setAttribute(Qt::WA_DeleteOnClose);
+        failure->show();
+    });
+    question_ = box;
+    box->show();
+    box->raise();
+    box->activateWindow();
+}
+
+void DockPanelController::setTrashItems(size_t items)
+{
+    if (std::exchange(trashItems_, items) == items)
+        return;
+    for (DockRowItem& item : items_)
+        if (item.slot.kind == DockSlotKind::trash)
+            item.full = items > 0;
+    panel_->update();
 }
 
 void DockPanelController::takeBackdrop()

@@ -24,6 +24,7 @@
 
 #include <QAbstractNativeEventFilter>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPointer>
 #include <QImage>
 #include <QRegion>
@@ -64,6 +65,8 @@ struct DockDesktopServices {
     // Ends its processes (SIGTERM) when asking was not enough.
     std::function<void(const std::string& path)> forceQuit;
     std::function<void()> openSettings;
+    // Empties the trash for good: the problem met, or empty.
+    std::function<std::string()> emptyTrash;
 };
 
 class DockPanelController {
@@ -102,6 +105,11 @@ public:
     // The menu of what lies there: a tile's, or the dock's own on its bar and dividers.
     void contextMenu(QPointF global);
     void setDesktopServices(DockDesktopServices services) { services_ = std::move(services); }
+    // What the trash holds: its tile shows it full or empty, and its menu offers to empty it.
+    void setTrashItems(size_t items);
+    [[nodiscard]] size_t trashItems() const { return trashItems_; }
+    // The question emptying the trash asks, while it is open.
+    [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
     // The menu open now, if any.
     [[nodiscard]] QMenu* openMenu() const { return menu_; }
     // A quit that was asked for this long ago, with the app still there, may be forced.
@@ -143,6 +151,7 @@ private:
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
     void perform(const DockMenuEntry& entry, const std::string& path);
+    void askToEmptyTrash();
     [[nodiscard]] bool showsLabel() const;
 
     // Repaints what moved since the last paint, not the whole window.
@@ -184,6 +193,8 @@ private:
     std::optional<RowPicture> painted_;
     DockDesktopServices services_;
     QPointer<QMenu> menu_;
+    QPointer<QMessageBox> question_;
+    size_t trashItems_ = 0;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;

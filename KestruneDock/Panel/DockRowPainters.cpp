@@ -39,10 +39,18 @@ void drawFolder(QPainter& painter, const QRectF& box)
     painter.fillPath(front, fill);
 }
 
-void drawTrash(QPainter& painter, const QRectF& box)
+void drawTrash(QPainter& painter, const QRectF& box, bool full)
 {
     double s = box.width();
     QRectF can(box.x() + s * 0.22, box.y() + s * 0.26, s * 0.56, s * 0.64);
+    if (full) {
+        // Crumpled paper over the rim, under the lid.
+        painter.setPen(QPen(QColor(0xb8, 0xbe, 0xc5), std::max(1.0, s * 0.015)));
+        painter.setBrush(QColor(0xf4, 0xf5, 0xf2));
+        painter.drawEllipse(QRectF(box.x() + s * 0.24, box.y() + s * 0.06, s * 0.28, s * 0.22));
+        painter.drawEllipse(QRectF(box.x() + s * 0.46, box.y() + s * 0.03, s * 0.3, s * 0.24));
+        painter.setBrush(Qt::NoBrush);
+    }
     QPainterPath body;
     body.moveTo(can.left(), can.top());
     body.lineTo(can.right(), can.top());
@@ -100,9 +108,10 @@ void AppTilePainter::paint(QPainter& painter, const DockRowItem& item, const Doc
         paintIndicator(painter, frame, context);
 }
 
-QImage SymbolTilePainter::render(int pixels) const
+QImage SymbolTilePainter::render(int pixels, bool full) const
 {
-    QIcon themed = QIcon::fromTheme(symbol_ == Symbol::trash ? QStringLiteral("user-trash") : QStringLiteral("folder"));
+    QString name = symbol_ == Symbol::folder ? QStringLiteral("folder") : full ? QStringLiteral("user-trash-full") : QStringLiteral("user-trash");
+    QIcon themed = QIcon::fromTheme(name);
     if (!themed.isNull())
         return themed.pixmap(QSize(pixels, pixels), 1.0).toImage();
     QImage drawn(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
@@ -110,23 +119,27 @@ QImage SymbolTilePainter::render(int pixels) const
     QPainter drawing(&drawn);
     drawing.setRenderHint(QPainter::Antialiasing);
     QRectF box(0, 0, pixels, pixels);
-    symbol_ == Symbol::trash ? drawTrash(drawing, box) : drawFolder(drawing, box);
+    symbol_ == Symbol::trash ? drawTrash(drawing, box, full) : drawFolder(drawing, box);
     return drawn;
 }
 
 void SymbolTilePainter::paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
     const DockPaintContext& context)
 {
-    (void)item;
     double dpr = context.devicePixelRatio;
+    if (item.full != full_drawn_) {
+        full_drawn_ = item.full;
+        full_ = QImage();
+        resting_ = QImage();
+    }
     int largest = std::max(1, static_cast<int>(std::ceil(std::max(context.largestTile, context.metrics->iconSize) * dpr)));
     int restingPixels = std::max(1, static_cast<int>(std::round(context.metrics->iconSize * dpr)));
     if (full_.width() != largest || full_.devicePixelRatio() != dpr) {
-        full_ = render(largest);
+        full_ = render(largest, item.full);
         full_.setDevicePixelRatio(dpr);
     }
     if (resting_.width() != restingPixels || resting_.devicePixelRatio() != dpr) {
-        resting_ = render(restingPixels);
+        resting_ = render(restingPixels, item.full);
         resting_.setDevicePixelRatio(dpr);
     }
     painter.setRenderHint(QPainter::SmoothPixmapTransform);

@@ -32,6 +32,8 @@ struct DockRowItem {
     std::string name;
     bool running = false;
     bool launching = false;
+    // The trash holds something.
+    bool full = false;
 };
 
 struct DockPaintContext {
@@ -81,9 +83,10 @@ public:
         const DockPaintContext& context) override;
 
 private:
-    [[nodiscard]] QImage render(int pixels) const;
+    [[nodiscard]] QImage render(int pixels, bool full) const;
 
     Symbol symbol_;
+    bool full_drawn_ = false;
     // Drawn once at the largest size the tile is shown at, and once at its resting size: a
     // magnified tile changes size on every pointer move.
     QImage full_;

@@ -417,6 +417,43 @@ TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).width < bar.width; })) << "the tile stayed";
 }
 
+TEST(DockDesktopMenus, EmptyTrashAsksFirstThenEmptiesTheUsersTrash)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    home.folder.write("data/Trash/files/old.txt", "old");
+    home.folder.write("data/Trash/info/old.txt.trashinfo", "[Trash Info]\nPath=/tmp/old.txt\nDeletionDate=2026-11-20T10:00:00\n");
+    home.folder.write("data/Trash/files/older.txt", "older");
+    home.folder.write("data/Trash/info/older.txt.trashinfo", "[Trash Info]\nPath=/tmp/older.txt\nDeletionDate=2026-11-20T10:00:00\n");
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    ASSERT_TRUE(window);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    test::XRect bar = session.geometry(*window);
+
+    // The trash is the last tile; its menu's last entry empties it, after a question.
+    session.click(bar.x + bar.width - bar.height / 2, 800 - bar.height / 2, 3);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    session.key("Up");
+    session.key("Return");
+    auto question = session.waitForClient(dock->pid(), 10, "_NET_WM_WINDOW_TYPE_DIALOG");
+    if (!question)
+        question = session.waitForClient(dock->pid(), 5, "_NET_WM_WINDOW_TYPE_NORMAL");
+    ASSERT_TRUE(question) << "no question before emptying";
+    ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == question; }));
+    session.screenshot("desktop-empty-trash-question-openbox");
+    EXPECT_TRUE(std::filesystem::exists(home.folder.file("data/Trash/files/old.txt"))) << "emptied before the answer";
+    // Cancel is the default; the confirming button is the one before it.
+    session.key("shift+Tab");
+    session.key("space");
+    EXPECT_TRUE(test::eventually([&] { return std::filesystem::is_empty(home.folder.file("data/Trash/files")); })) << "the trash is not empty";
+    EXPECT_TRUE(std::filesystem::is_empty(home.folder.file("data/Trash/info")));
+    EXPECT_FALSE(dock->hasExited());
+}
+
 TEST(DockDesktopLifecycle, OffersToJoinTheApplicationsMenuBesideTheDockAndAddsItsEntry)
 {
     XSession session(XSession::WindowManager::openbox);

@@ -65,5 +65,15 @@ TEST(DockMenu, TheDocksOwnMenuSaysWhatEachChoiceWillDo)
     EXPECT_FALSE(menu[2].children[1].checked);
 }
 
+TEST(DockMenu, TheTrashEmptiesOnlyWhenItHoldsSomethingAndSaysHowMuchGoes)
+{
+    EXPECT_EQ(titles(trashMenu(0)), (std::vector<std::string> { "Open", "-", "Empty Trash" }));
+    EXPECT_FALSE(trashMenu(0)[2].enabled);
+    EXPECT_TRUE(trashMenu(3)[2].enabled);
+    EXPECT_EQ(emptyTrashQuestion(3).detail, "The 3 items in the Trash will be deleted for good. You can’t undo this.");
+    EXPECT_EQ(emptyTrashQuestion(1).detail, "The item in the Trash will be deleted for good. You can’t undo this.");
+    EXPECT_EQ(emptyTrashQuestion(1).confirm, "Empty Trash");
+}
+
 } // namespace
 } // namespace kestrune

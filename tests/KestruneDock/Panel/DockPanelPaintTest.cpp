@@ -3,6 +3,8 @@
 #include <QIcon>
 #include <QImage>
 #include <QMenu>
+#include <QMessageBox>
+#include <QAbstractButton>
 #include <QPainter>
 #include <gtest/gtest.h>
 
@@ -272,6 +274,55 @@ TEST_F(DockPanelPaint, MenusHoldTheRowStillAndCarryOutWhatIsChosen)
     find(controller->openMenu(), QStringLiteral("Right"))->trigger();
     controller->openMenu()->close();
     EXPECT_EQ(preferences.stringValue(DockPreferences::edgeKey), "right");
+}
+
+TEST_F(DockPanelPaint, TheTrashShowsWhenItHoldsSomethingAndAsksBeforeItEmpties)
+{
+    double depth = controller->layout().metrics().thickness() / 2;
+    size_t trash = controller->items().size() - 1;
+    ASSERT_EQ(controller->items()[trash].slot.kind, DockSlotKind::trash);
+    int emptied = 0;
+    DockDesktopServices services;
+    services.emptyTrash = [&] { ++emptied; return std::string(); };
+    controller->setDesktopServices(services);
+    auto emptyTrash = [&] {
+        controller->contextMenu(onDesktop(trash, depth));
+        QMenu* menu = controller->openMenu();
+        for (QAction* action : menu ? menu->actions() : QList<QAction*> {})
+            if (action->text() == QStringLiteral("Empty Trash"))
+                return action;
+        return static_cast<QAction*>(nullptr);
+    };
+
+    QImage empty = controller->panel().render();
+    ASSERT_TRUE(emptyTrash());
+    EXPECT_FALSE(emptyTrash()->isEnabled()) << "nothing to empty";
+    controller->openMenu()->close();
+
+    controller->setTrashItems(2);
+    QImage full = controller->panel().render();
+    QRect tile = QRectF(center(trash, depth) - QPointF(20, 20), QSizeF(40, 40)).toAlignedRect();
+    EXPECT_NE(empty.copy(tile), full.copy(tile)) << "a full trash looks like an empty one";
+    save(full, "panel-trash-full-1x");
+
+    QAction* action = emptyTrash();
+    ASSERT_TRUE(action && action->isEnabled());
+    action->trigger();
+    controller->openMenu()->close();
+    QMessageBox* question = controller->openQuestion();
+    ASSERT_TRUE(question) << "emptied without asking";
+    EXPECT_EQ(question->informativeText().toStdString(), "The 2 items in the Trash will be deleted for good. You can’t undo this.");
+    for (QAbstractButton* button : question->buttons())
+        if (button->text() == QStringLiteral("Cancel"))
+            button->click();
+    EXPECT_EQ(emptied, 0) << "Cancel emptied the trash";
+    emptyTrash()->trigger();
+    controller->openMenu()->close();
+    ASSERT_TRUE(controller->openQuestion());
+    for (QAbstractButton* button : controller->openQuestion()->buttons())
+        if (button->text() == QStringLiteral("Empty Trash"))
+            button->click();
+    EXPECT_EQ(emptied, 1);
 }
 
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
