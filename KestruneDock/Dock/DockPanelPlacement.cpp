@@ -47,6 +47,20 @@ DockScreenRect DockPanelPlacement::window(DockPanelRaise raise) const
     return clipped(rect, screen);
 }
 
+DockScreenRect DockPanelPlacement::edgeStrip(double depth) const
+{
+    DockScreenRect resting = window(DockPanelRaise::resting);
+    switch (edge) {
+    case DockEdge::bottom:
+        return { resting.x, resting.bottom() - depth, resting.width, depth };
+    case DockEdge::left:
+        return { resting.x, resting.y, depth, resting.height };
+    case DockEdge::right:
+        return { resting.right() - depth, resting.y, depth, resting.height };
+    }
+    return resting;
+}
+
 std::pair<double, double> DockPanelPlacement::toWindow(const DockScreenRect& window, double axis, double depth) const
 {
     // The resting bar's start in desktop coordinates anchors the axis for both window sizes.

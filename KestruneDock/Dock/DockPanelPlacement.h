@@ -49,6 +49,9 @@ struct DockPanelPlacement {
     // The window in desktop coordinates: centred along its edge; the raised one clipped to the screen.
     [[nodiscard]] DockScreenRect window(DockPanelRaise raise) const;
 
+    // Where a hidden dock is called back: the edge's outermost `depth` pixels along the resting bar.
+    [[nodiscard]] DockScreenRect edgeStrip(double depth = 1) const;
+
     // A row point in a window placed at `window`, and back.
     [[nodiscard]] std::pair<double, double> toWindow(const DockScreenRect& window, double axis, double depth) const;
     [[nodiscard]] std::pair<double, double> toRow(const DockScreenRect& window, double x, double y) const;

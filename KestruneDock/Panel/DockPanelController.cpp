@@ -66,9 +66,14 @@ DockPanelController::~DockPanelController()
 
 void DockPanelController::readPreferences()
 {
+    bool hiding = values_.autohide;
     values_ = DockPreferences::read(preferences_);
     layout_.setPreferences(values_);
     reload();
+    if (hiding && !values_.autohide && (hidden_ || slideTo_ < 1))
+        reveal();
+    else if (!hiding && values_.autohide && !pointerInside_)
+        scheduleHide();
 }
 
 void DockPanelController::reload()
@@ -143,6 +148,8 @@ void DockPanelController::place()
     // While auto-hide is on the dock reserves nothing: windows may use the whole screen.
     std::array<uint32_t, 12> none {};
     dockwindow::setStrut(*panel_, values_.autohide ? none : placement_.strut(screen_->devicePixelRatio()));
+    if (hidden_ && trigger_)
+        trigger_->place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio());
     panel_->update();
 }
 
@@ -161,6 +168,7 @@ void DockPanelController::show()
     shown_ = true;
     place();
     panel_->show();
+    scheduleHide();
     // The label's font is loaded once the dock is up, not on the first hover: loading it reads
     // the font configuration, which would hold up the first frames of the magnification.
     runtime_.post([this] {
@@ -174,6 +182,10 @@ void DockPanelController::orderOut(bool heldDown)
 {
     heldDown_ = heldDown;
     shown_ = false;
+    hidden_ = false;
+    hideTimer_.cancel();
+    if (trigger_)
+        trigger_->remove();
     panel_->hide();
 }
 
@@ -182,16 +194,86 @@ void DockPanelController::prepareToRise()
     if (!heldDown_)
         return;
     heldDown_ = false;
-    revealFrom_ = 0.6;
-    revealStarted_ = runtime_.now();
+    slideFrom_ = 0.6;
     show();
+    slide(1);
+}
+
+double DockPanelController::shownFraction() const
+{
+    if (!slideStarted_)
+        return slideTo_;
+    double done = std::clamp(secondsBetween(*slideStarted_, runtime_.now()).count() / revealSeconds, 0.0, 1.0);
+    return slideFrom_ + (slideTo_ - slideFrom_) * (1 - (1 - done) * (1 - done));
+}
+
+void DockPanelController::slide(double to)
+{
+    slideFrom_ = slideStarted_ ? shownFraction() : slideFrom_;
+    slideTo_ = to;
+    slideStarted_ = runtime_.now();
     if (!frames_.isArmed())
         frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
 }
 
+void DockPanelController::scheduleHide()
+{
+    if (!values_.autohide || hidden_ || !shown_)
+        return;
+    hideTimer_ = runtime_.schedule(Seconds(hideDelaySeconds), TimerRepeat::once, Seconds(0), [this] { hideNow(); });
+}
+
+void DockPanelController::hideNow()
+{
+    if (!values_.autohide || hidden_ || pointerInside_)
+        return;
+    // Not from under an open menu or a launch that is still hopping.
+    if (store_.isMenuOpen() || (values_.animateLaunch && std::any_of(items_.begin(), items_.end(), [](const auto& item) { return item.launching; }))) {
+        scheduleHide();
+        return;
+    }
+    slideFrom_ = shownFraction();
+    slide(0);
+}
+
+void DockPanelController::reveal()
+{
+    hideTimer_.cancel();
+    dwellTimer_.cancel();
+    dwell_.reset();
+    if (trigger_)
+        trigger_->remove();
+    if (hidden_) {
+        hidden_ = false;
+        slideFrom_ = 0;
+        panel_->show();
+    }
+    if (slideTo_ < 1)
+        slide(1);
+    // Called back but never entered: it goes again.
+    scheduleHide();
+}
+
+void DockPanelController::edgeMoved(QPointF global)
+{
+    double axis = values_.edge == DockEdge::bottom ? global.x() : global.y();
+    Date now = runtime_.now();
+    if (dwell_.sample(axis, now)) {
+        reveal();
+        return;
+    }
+    // A pointer that stays sends no more moves: look again when it will have stayed long enough.
+    if (auto due = dwell_.due())
+        dwellTimer_ = runtime_.schedule(secondsBetween(now, *due) + Seconds(0.01), TimerRepeat::once, Seconds(0), [this] {
+            QPointF pointer = QCursor::pos();
+            if (toQt(placement_.edgeStrip()).adjusted(-1, -1, 1, 1).contains(pointer))
+                edgeMoved(pointer);
+        });
+}
+
 bool DockPanelController::animating() const
 {
-    if (revealStarted_)
+    if (slideStarted_)
         return true;
     if (!values_.animateLaunch)
         return false;
@@ -200,9 +282,21 @@ bool DockPanelController::animating() const
 
 void DockPanelController::tick()
 {
-    if (revealStarted_ && secondsBetween(*revealStarted_, runtime_.now()).count() >= revealSeconds) {
-        revealStarted_.reset();
-        revealFrom_ = 1;
+    if (slideStarted_ && secondsBetween(*slideStarted_, runtime_.now()).count() >= revealSeconds) {
+        slideStarted_.reset();
+        slideFrom_ = slideTo_;
+        if (slideTo_ <= 0 && !hidden_) {
+            // Out of sight: the window goes, and the edge strip listens for the pointer.
+            hidden_ = true;
+            panel_->hide();
+            if (!trigger_)
+                trigger_ = dockwindow::makeEdgeTrigger([this](QPointF global) { edgeMoved(global); }, [this] {
+                    dwell_.reset();
+                    dwellTimer_.cancel();
+                });
+            if (screen_)
+                trigger_->place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio());
+        }
     }
     bool launching = values_.animateLaunch && animating();
     // A hop rises above the resting bar, so the window is raised while one goes on.
@@ -245,6 +339,9 @@ void DockPanelController::pointerMoved(QPointF global)
         return;
     }
     pointerInside_ = true;
+    hideTimer_.cancel();
+    if (slideTo_ < 1 && !hidden_)
+        reveal();
     // Raising moves the window's origin; the row point stays what it was.
     setRaise(DockPanelRaise::raised);
     layout_.setPointer(axis);
@@ -324,6 +421,7 @@ void DockPanelController::painted(const QRegion& region)
 
 void DockPanelController::pointerLeft()
 {
+    scheduleHide();
     pointerInside_ = false;
     hovered_.reset();
     layout_.setPointer(std::nullopt);
@@ -542,10 +640,8 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
     painter.setRenderHint(QPainter::Antialiasing);
 
     const DockRowMetrics& metrics = layout_.metrics();
-    // Sliding in after the welcome: everything starts part of the way out past the edge.
-    if (revealStarted_) {
-        double done = std::clamp(secondsBetween(*revealStarted_, runtime_.now()).count() / revealSeconds, 0.0, 1.0);
-        double fraction = revealFrom_ + (1 - revealFrom_) * (1 - (1 - done) * (1 - done));
+    // Sliding in or out along the edge: part of the way past it.
+    if (double fraction = shownFraction(); fraction < 1) {
         double away = (1 - fraction) * metrics.thickness();
         switch (values_.edge) {
         case DockEdge::bottom: painter.translate(0, away); break;

@@ -32,11 +32,13 @@
 #include <QPointF>
 #include <QRect>
 
+#include "KestruneDock/Dock/DockEdgeDwell.h"
 #include "KestruneDock/Dock/DockMenu.h"
 #include "KestruneDock/Dock/DockPanelPlacement.h"
 #include "KestruneDock/Dock/DockPreferences.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneDock/Panel/DockRowPainters.h"
+#include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Core/Runtime.h"
 
 class QPainter;
@@ -74,6 +76,10 @@ public:
     // A launching tile hops this often, and the dock slides in over this long.
     static constexpr double hopSeconds = 0.6;
     static constexpr double revealSeconds = 0.25;
+    // With auto-hide on: how long after the pointer leaves the dock slides out.
+    static constexpr double hideDelaySeconds = 0.5;
+    // Slid out of sight, the window off the screen (auto-hide).
+    [[nodiscard]] bool isHidden() const { return hidden_; }
 
     DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime);
     ~DockPanelController();
@@ -152,6 +158,12 @@ private:
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
     void perform(const DockMenuEntry& entry, const std::string& path);
     void askToEmptyTrash();
+    [[nodiscard]] double shownFraction() const;
+    void slide(double to);
+    void scheduleHide();
+    void hideNow();
+    void reveal();
+    void edgeMoved(QPointF global);
     [[nodiscard]] bool showsLabel() const;
 
     // Repaints what moved since the last paint, not the whole window.
@@ -175,8 +187,16 @@ private:
     bool shown_ = false;
     bool heldDown_ = false;
     // The slide-in: fraction of the travel done, and when it started.
-    double revealFrom_ = 1;
-    std::optional<Date> revealStarted_;
+    // The slide along the edge, as the fraction of the dock shown: from, to, and since when.
+    double slideFrom_ = 1;
+    double slideTo_ = 1;
+    std::optional<Date> slideStarted_;
+    // Auto-hide: slid out with the window off the screen, called back from the edge strip.
+    bool hidden_ = false;
+    TimerHandle hideTimer_;
+    TimerHandle dwellTimer_;
+    DockEdgeDwell dwell_;
+    std::unique_ptr<dockwindow::EdgeTrigger> trigger_;
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;

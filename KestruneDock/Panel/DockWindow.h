@@ -12,6 +12,7 @@
 
 #include <QAbstractNativeEventFilter>
 #include <QImage>
+#include <QPointF>
 #include <QRect>
 
 class QWidget;
@@ -33,5 +34,18 @@ void setStrut(QWidget& window, const std::array<uint32_t, 12>& strut);
 // Tells `changed` whenever a compositing manager starts or stops (it owns or gives up the
 // _NET_WM_CM_S0 selection), for as long as the returned watch lives.
 [[nodiscard]] std::unique_ptr<QAbstractNativeEventFilter> watchCompositing(std::function<void(bool active)> changed);
+
+// An invisible window that only takes the pointer, above the others and outside the window
+// manager's care: where a hidden dock listens for the pointer at the screen edge. Pointer
+// positions are given in the desktop's logical pixels.
+class EdgeTrigger {
+public:
+    virtual ~EdgeTrigger() = default;
+    // Puts it over `rect` (logical pixels; `scale` is the device pixel ratio) and shows it.
+    virtual void place(const QRectF& rect, double scale) = 0;
+    virtual void remove() = 0;
+};
+
+[[nodiscard]] std::unique_ptr<EdgeTrigger> makeEdgeTrigger(std::function<void(QPointF global)> moved, std::function<void()> left);
 
 } // namespace kestrune::dockwindow

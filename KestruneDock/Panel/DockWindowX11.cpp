@@ -1,5 +1,6 @@
 #include "KestruneDock/Panel/DockWindow.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -141,6 +142,98 @@ private:
 std::unique_ptr<QAbstractNativeEventFilter> watchCompositing(std::function<void(bool)> changed)
 {
     return std::make_unique<CompositingWatch>(std::move(changed));
+}
+
+namespace {
+
+class X11EdgeTrigger final : public EdgeTrigger, public QAbstractNativeEventFilter {
+public:
+    X11EdgeTrigger(std::function<void(QPointF)> moved, std::function<void()> left) : moved_(std::move(moved)), left_(std::move(left))
+    {
+        xcb_connection_t* c = connection();
+        if (!c)
+            return;
+        xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        window_ = xcb_generate_id(c);
+        uint32_t values[] = { 1, XCB_EVENT_MASK_ENTER_WINDOW | XCB_EVENT_MASK_LEAVE_WINDOW | XCB_EVENT_MASK_POINTER_MOTION };
+        xcb_create_window(c, 0, window_, screen->root, 0, 0, 1, 1, 0, XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT,
+            XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+        xcb_flush(c);
+        QCoreApplication::instance()->installNativeEventFilter(this);
+    }
+
+    ~X11EdgeTrigger() override
+    {
+        if (!window_)
+            return;
+        if (QCoreApplication::instance())
+            QCoreApplication::instance()->removeNativeEventFilter(this);
+        if (xcb_connection_t* c = connection()) {
+            xcb_destroy_window(c, window_);
+            xcb_flush(c);
+        }
+    }
+
+    void place(const QRectF& rect, double scale) override
+    {
+        xcb_connection_t* c = connection();
+        if (!c || !window_)
+            return;
+        scale_ = scale;
+        QRect pixels = QRectF(rect.topLeft() * scale, rect.size() * scale).toAlignedRect();
+        uint32_t values[] = { static_cast<uint32_t>(pixels.x()), static_cast<uint32_t>(pixels.y()),
+            static_cast<uint32_t>(std::max(1, pixels.width())), static_cast<uint32_t>(std::max(1, pixels.height())), XCB_STACK_MODE_ABOVE };
+        xcb_configure_window(c, window_,
+            XCB_CONFIG_WINDOW_X | XCB_CONFIG_WINDOW_Y | XCB_CONFIG_WINDOW_WIDTH | XCB_CONFIG_WINDOW_HEIGHT | XCB_CONFIG_WINDOW_STACK_MODE, values);
+        xcb_map_window(c, window_);
+        xcb_flush(c);
+    }
+
+    void remove() override
+    {
+        if (xcb_connection_t* c = connection(); c && window_) {
+            xcb_unmap_window(c, window_);
+            xcb_flush(c);
+        }
+    }
+
+    bool nativeEventFilter(const QByteArray& eventType, void* message, qintptr*) override
+    {
+        if (eventType != "xcb_generic_event_t")
+            return false;
+        auto* event = static_cast<xcb_generic_event_t*>(message);
+        switch (event->response_type & 0x7f) {
+        case XCB_ENTER_NOTIFY:
+        case XCB_MOTION_NOTIFY: {
+            // Enter and motion events share their first fields' layout up to the root position.
+            auto* motion = reinterpret_cast<xcb_motion_notify_event_t*>(event);
+            if (motion->event != window_)
+                return false;
+            moved_(QPointF(motion->root_x / scale_, motion->root_y / scale_));
+            return true;
+        }
+        case XCB_LEAVE_NOTIFY:
+            if (reinterpret_cast<xcb_leave_notify_event_t*>(event)->event != window_)
+                return false;
+            left_();
+            return true;
+        default:
+            return false;
+        }
+    }
+
+private:
+    std::function<void(QPointF)> moved_;
+    std::function<void()> left_;
+    xcb_window_t window_ = 0;
+    double scale_ = 1;
+};
+
+} // namespace
+
+std::unique_ptr<EdgeTrigger> makeEdgeTrigger(std::function<void(QPointF global)> moved, std::function<void()> left)
+{
+    return std::make_unique<X11EdgeTrigger>(std::move(moved), std::move(left));
 }
 
 } // namespace kestrune::dockwindow

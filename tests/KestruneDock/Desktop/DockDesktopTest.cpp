@@ -231,6 +231,47 @@ TEST(DockDesktopWindow, IsTranslucentWithRoundedEndsWhileACompositorRunsAndOpaqu
     EXPECT_TRUE(test::eventually(opaque)) << "the bar stayed translucent without a compositor";
 }
 
+TEST(DockDesktopWindow, HidesWhenThePointerLeavesAndComesBackToAPushOnTheEdgeNotToAPass)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences["autohide"] = true;
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+    session.move(100, 100);
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    ASSERT_TRUE(window);
+    auto listed = [&] {
+        auto list = session.clients();
+        return std::find(list.begin(), list.end(), *window) != list.end();
+    };
+    EXPECT_EQ(session.cardinals(*window, "_NET_WM_STRUT_PARTIAL"), std::vector<uint32_t>(12, 0)) << "a hiding dock reserves nothing";
+    ASSERT_TRUE(test::eventually([&] { return !listed(); }, 10)) << "the dock did not hide with the pointer away";
+    session.screenshot("desktop-dock-hidden-openbox");
+
+    // Along the edge on the way somewhere else: it stays hidden.
+    for (int x = 420; x <= 860; x += 40) {
+        session.move(x, 799);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+    session.move(900, 600);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_FALSE(listed()) << "a pointer passing along the edge called the dock";
+
+    // Pushed against the edge under the dock: it comes back, and goes again when the pointer leaves.
+    session.move(640, 799);
+    ASSERT_TRUE(test::eventually([&] { return listed(); }, 10)) << "a push on the edge did not call the dock";
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    session.screenshot("desktop-dock-revealed-openbox");
+    session.move(640, 300);
+    EXPECT_TRUE(test::eventually([&] { return !listed(); }, 10)) << "it stayed after the pointer left";
+}
+
 TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 {
     XSession session(GetParam());

@@ -76,3 +76,49 @@ TEST(DockPanelPlacement, ReservesOnlyTheRestingBarMeasuredFromTheWholeDesktop)
 
 } // namespace
 } // namespace kestrune
+
+#include "KestruneDock/Dock/DockEdgeDwell.h"
+
+namespace kestrune {
+namespace {
+
+TEST(DockEdgeStrip, IsTheEdgesOutermostPixelsAlongTheRestingBar)
+{
+    DockPanelPlacement placement { { 0, 0, 1280, 800 }, { 0, 0, 1280, 800 }, DockEdge::bottom, 400, 66, 30, 140 };
+    DockScreenRect resting = placement.window(DockPanelRaise::resting);
+    DockScreenRect strip = placement.edgeStrip();
+    EXPECT_EQ(strip.x, resting.x);
+    EXPECT_EQ(strip.width, resting.width);
+    EXPECT_EQ(strip.y, 799);
+    EXPECT_EQ(strip.height, 1);
+    placement.edge = DockEdge::right;
+    strip = placement.edgeStrip(2);
+    EXPECT_EQ(strip.x, 1278);
+    EXPECT_EQ(strip.width, 2);
+    EXPECT_EQ(strip.height, placement.window(DockPanelRaise::resting).height);
+    placement.edge = DockEdge::left;
+    EXPECT_EQ(placement.edgeStrip().x, 0);
+}
+
+TEST(DockEdgeDwell, AStillPointerCallsTheDockAPassingOneDoesNot)
+{
+    Date start = Date {} + std::chrono::hours(1000);
+    auto at = [&](double seconds) { return start + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds)); };
+    DockEdgeDwell dwell;
+    EXPECT_FALSE(dwell.sample(500, at(0)));
+    EXPECT_EQ(dwell.due(), at(DockEdgeDwell::defaultSeconds));
+    EXPECT_FALSE(dwell.sample(510, at(0.1))) << "too soon";
+    EXPECT_TRUE(dwell.sample(505, at(0.3))) << "it stayed on a short stretch";
+
+    // Passing along the edge: every move leaves the stretch, so the wait starts again each time.
+    dwell.reset();
+    EXPECT_FALSE(dwell.due());
+    for (int step = 0; step < 20; ++step)
+        EXPECT_FALSE(dwell.sample(100 + 30.0 * step, at(1 + 0.05 * step))) << step;
+    // Once it stops, it is called after the wait.
+    EXPECT_FALSE(dwell.sample(700, at(2.1)));
+    EXPECT_TRUE(dwell.sample(700, at(2.1 + DockEdgeDwell::defaultSeconds)));
+}
+
+} // namespace
+} // namespace kestrune
