@@ -23,6 +23,7 @@
 #include "KestruneDock/Desktop/DesktopTrash.h"
 #include "KestruneDock/Desktop/DesktopWindowWatch.h"
 #include "KestruneDock/Desktop/DisplaySleepWatch.h"
+#include "KestruneDock/Desktop/LauncherEntryWatch.h"
 #include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneDock/Dock/WorkspaceLinux.h"
 #include "KestruneDock/Panel/DockPanelController.h"
@@ -53,6 +54,7 @@ AppDelegate::~AppDelegate()
     // Views before the stores they read, stores before the services they use.
     settingsWindow_.reset();
     sessionWatch_.reset();
+    launcherEntries_.reset();
     displaySleepWatch_.reset();
     menuOffer_.reset();
     menuBarIcon_.reset();
@@ -168,6 +170,13 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     // 14. The remaining services: the session and display watches pause every monitor while the
     // system sleeps, the session is locked or not the active one, or the displays are asleep.
     sessionWatch_ = std::make_unique<SessionWatch>(KestruneActivity::shared());
+    // Apps' badges, from the session bus.
+    launcherEntries_ = std::make_unique<LauncherEntryWatch>([this](const std::string& id, const DockBadge& badge) {
+        if (!dockController_)
+            return;
+        if (auto path = workspace_->applicationPath(id))
+            dockController_->setBadge(*path, badge);
+    });
     displaySleepWatch_ = std::make_unique<DisplaySleepWatch>(KestruneActivity::shared());
     return std::nullopt;
 }

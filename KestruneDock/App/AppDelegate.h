@@ -34,6 +34,7 @@ class ApplicationsMenuOffer;
 class DesktopTrash;
 class DesktopWindowWatch;
 class DisplaySleepWatch;
+class LauncherEntryWatch;
 class DockPanelController;
 class DockStore;
 class MenuBarIcon;
@@ -104,6 +105,7 @@ private:
     std::unique_ptr<QWidget> settingsWindow_;
     std::unique_ptr<SessionWatch> sessionWatch_;
     std::unique_ptr<DisplaySleepWatch> displaySleepWatch_;
+    std::unique_ptr<LauncherEntryWatch> launcherEntries_;
 };
 
 } // namespace kestrune

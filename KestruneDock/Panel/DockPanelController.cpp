@@ -79,10 +79,21 @@ void DockPanelController::readPreferences()
 void DockPanelController::reload()
 {
     items_.clear();
-    auto addApps = [this](const std::vector<DockApp>& apps) {
-        for (const DockApp& app : apps)
-            items_.push_back({ { DockSlotKind::app }, app.url, store_.name(app.url), app.running.has_value(),
-                store_.launching().contains(app.url) });
+    auto add = [this](DockSlotKind kind, std::string path = {}, std::string name = {}) -> DockRowItem& {
+        DockRowItem& item = items_.emplace_back();
+        item.slot = { kind };
+        item.path = std::move(path);
+        item.name = std::move(name);
+        return item;
+    };
+    auto addApps = [&](const std::vector<DockApp>& apps) {
+        for (const DockApp& app : apps) {
+            DockRowItem& item = add(DockSlotKind::app, app.url, store_.name(app.url));
+            item.running = app.running.has_value();
+            item.launching = store_.launching().contains(app.url);
+            if (auto badge = badges_.find(app.url); badge != badges_.end())
+                item.badge = badge->second;
+        }
     };
     addApps(store_.pinnedItems());
     std::erase_if(quitAsked_, [this](const auto& asked) {
@@ -93,14 +104,14 @@ void DockPanelController::reload()
     });
     if (!store_.othersAndRecents().empty()) {
         if (!items_.empty())
-            items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
+            add(DockSlotKind::divider);
         addApps(store_.othersAndRecents());
     }
     if (!items_.empty())
-        items_.push_back({ { DockSlotKind::divider }, {}, {}, false, false });
+        add(DockSlotKind::divider);
     for (const std::string& folder : store_.stackURLs())
-        items_.push_back({ { DockSlotKind::stack }, folder, std::filesystem::path(folder).filename().string(), false, false });
-    items_.push_back({ { DockSlotKind::trash }, std::string(DockStore::trashIdentifier), "Trash", false, false, trashItems_ > 0 });
+        add(DockSlotKind::stack, folder, std::filesystem::path(folder).filename().string());
+    add(DockSlotKind::trash, std::string(DockStore::trashIdentifier), "Trash").full = trashItems_ > 0;
 
     std::vector<DockRowSlot> slots;
     slots.reserve(items_.size());
@@ -277,7 +288,7 @@ bool DockPanelController::animating() const
         return true;
     if (!values_.animateLaunch)
         return false;
-    return std::any_of(items_.begin(), items_.end(), [](const DockRowItem& item) { return item.launching; });
+    return std::any_of(items_.begin(), items_.end(), [](const DockRowItem& item) { return item.launching || item.badge.urgent; });
 }
 
 void DockPanelController::tick()
@@ -602,6 +613,18 @@ void DockPanelController::askToEmptyTrash()
     box->activateWindow();
 }
 
+void DockPanelController::setBadge(const std::string& path, const DockBadge& badge)
+{
+    auto found = badges_.find(path);
+    if (found != badges_.end() && found->second == badge)
+        return;
+    if (badge.empty())
+        badges_.erase(path);
+    else
+        badges_[path] = badge;
+    reload();
+}
+
 void DockPanelController::setTrashItems(size_t items)
 {
     if (std::exchange(trashItems_, items) == items)
@@ -677,9 +700,9 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
     for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
         const DockRowItem& item = items_[index];
         DockSlotFrame frame = layout_.frames()[index];
-        if (item.launching && values_.animateLaunch) {
-            auto started = store_.launchStarted(item.path);
-            double elapsed = started ? secondsBetween(*started, now).count() : 0;
+        if ((item.launching || item.badge.urgent) && values_.animateLaunch) {
+            auto started = item.launching ? store_.launchStarted(item.path) : std::optional<Date>();
+            double elapsed = started ? secondsBetween(*started, now).count() : std::chrono::duration<double>(now.time_since_epoch()).count();
             frame.tile.depth += metrics.iconSize * 0.4 * std::abs(std::sin(std::numbers::pi * elapsed / hopSeconds));
         }
         auto painterFor = painters_.find(item.slot.kind);

@@ -113,6 +113,9 @@ public:
     void setDesktopServices(DockDesktopServices services) { services_ = std::move(services); }
     // What the trash holds: its tile shows it full or empty, and its menu offers to empty it.
     void setTrashItems(size_t items);
+    // An app's badge (count, progress, urgent); an empty one takes it away. An urgent app's tile
+    // hops until it is no longer.
+    void setBadge(const std::string& path, const DockBadge& badge);
     [[nodiscard]] size_t trashItems() const { return trashItems_; }
     // The question emptying the trash asks, while it is open.
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
@@ -215,6 +218,7 @@ private:
     QPointer<QMenu> menu_;
     QPointer<QMessageBox> question_;
     size_t trashItems_ = 0;
+    std::map<std::string, DockBadge> badges_;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <QFontMetricsF>
 #include <QIcon>
 #include <QPainter>
 #include <QPainterPath>
@@ -106,6 +107,46 @@ void AppTilePainter::paint(QPainter& painter, const DockRowItem& item, const Doc
     }
     if (item.running && context.showIndicators)
         paintIndicator(painter, frame, context);
+    paintBadge(painter, item.badge, tile);
+}
+
+void paintBadge(QPainter& painter, const DockBadge& badge, const QRectF& tile)
+{
+    double s = tile.width();
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (badge.progress) {
+        // A bar across the icon's foot: a dark track, filled in light.
+        QRectF track(tile.x() + s * 0.1, tile.bottom() - s * 0.2, s * 0.8, std::max(3.0, s * 0.1));
+        double radius = track.height() / 2;
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor(20, 22, 26, 210));
+        painter.drawRoundedRect(track, radius, radius);
+        QRectF done = track.adjusted(1, 1, -1, -1);
+        done.setWidth(done.width() * *badge.progress);
+        painter.setBrush(QColor(250, 250, 250));
+        if (done.width() > 0)
+            painter.drawRoundedRect(done, done.height() / 2, done.height() / 2);
+    }
+    if (badge.count) {
+        if (auto text = badgeText(*badge.count)) {
+            QFont font = painter.font();
+            font.setPixelSize(std::max(8, static_cast<int>(std::round(s * 0.24))));
+            font.setBold(true);
+            QFontMetricsF metrics(font);
+            QString label = QString::fromStdString(*text);
+            double height = std::round(s * 0.36);
+            double width = std::max(height, std::ceil(metrics.horizontalAdvance(label)) + height * 0.6);
+            QRectF pill(tile.right() - width + s * 0.08, tile.top() - s * 0.06, width, height);
+            painter.setPen(QPen(QColor(255, 255, 255, 230), std::max(1.0, s * 0.025)));
+            painter.setBrush(QColor(0xe5, 0x48, 0x4d));
+            painter.drawRoundedRect(pill, height / 2, height / 2);
+            painter.setFont(font);
+            painter.setPen(Qt::white);
+            painter.drawText(pill, Qt::AlignCenter, label);
+        }
+    }
+    painter.restore();
 }
 
 QImage SymbolTilePainter::render(int pixels, bool full) const

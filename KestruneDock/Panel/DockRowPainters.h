@@ -16,6 +16,7 @@
 #include <QPointF>
 #include <QRectF>
 
+#include "KestruneDock/Dock/DockBadge.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
 
 class QPainter;
@@ -34,6 +35,8 @@ struct DockRowItem {
     bool launching = false;
     // The trash holds something.
     bool full = false;
+    // What the app shows beside its icon.
+    DockBadge badge;
 };
 
 struct DockPaintContext {
@@ -100,6 +103,9 @@ public:
 };
 
 [[nodiscard]] std::unique_ptr<DockSlotPainter> makeSlotPainter(DockSlotKind kind, DockStore& store);
+
+// An app's count and progress over its tile.
+void paintBadge(QPainter& painter, const DockBadge& badge, const QRectF& tile);
 
 // The running indicator's place and size, shared by every painter that shows one.
 void paintIndicator(QPainter& painter, const DockSlotFrame& frame, const DockPaintContext& context);

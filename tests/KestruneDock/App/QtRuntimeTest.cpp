@@ -6,20 +6,14 @@
 #include <QElapsedTimer>
 #include <gtest/gtest.h>
 
+#include "tests/helpers/QtSpin.h"
+
 #include "KestruneDock/App/QtRuntime.h"
 
 namespace kestrune {
 namespace {
 
-// Runs the event loop until `done` holds, for at most `seconds` of real time.
-bool spinUntil(const std::function<bool()>& done, int milliseconds = 5000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
-    return done();
-}
+using test::spinUntil;
 
 TEST(QtRuntime, RunsPostedWorkOnTheMainThreadInOrderFromAnyThread)
 {

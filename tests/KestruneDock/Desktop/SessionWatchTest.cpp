@@ -9,6 +9,8 @@
 #include <QElapsedTimer>
 #include <gtest/gtest.h>
 
+#include "tests/helpers/QtSpin.h"
+
 #include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneKit/DevTools/KestruneActivity.h"
 #include "KestruneKit/Process/ChildProcess.h"
@@ -20,14 +22,7 @@ namespace {
 
 using Reason = KestruneActivity::PauseReason;
 
-bool spinUntil(const std::function<bool()>& done, int milliseconds = 10000)
-{
-    QElapsedTimer clock;
-    clock.start();
-    while (!done() && clock.elapsed() < milliseconds)
-        QCoreApplication::processEvents(QEventLoop::AllEvents | QEventLoop::WaitForMoreEvents, 20);
-    return done();
-}
+using test::spinUntil;
 
 // A bus of our own with logind's mock on it.
 class Logind {

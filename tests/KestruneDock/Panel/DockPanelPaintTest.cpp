@@ -325,6 +325,30 @@ TEST_F(DockPanelPaint, TheTrashShowsWhenItHoldsSomethingAndAsksBeforeItEmpties)
     EXPECT_EQ(emptied, 1);
 }
 
+TEST_F(DockPanelPaint, DrawsAnAppsCountAndProgressOnItsTile)
+{
+    double depth = controller->layout().metrics().thickness() / 2;
+    QImage plain = controller->panel().render();
+    DockBadge badge;
+    badge.count = 12;
+    badge.progress = 0.5;
+    controller->setBadge("/apps/blue.desktop", badge);
+    ASSERT_EQ(controller->items()[1].badge, badge);
+    QImage badged = controller->panel().render();
+    save(badged, "panel-badge-1x");
+    // The count's red pill at the tile's top right, over the blue icon.
+    QPointF corner = center(1, depth) + QPointF(16, -18);
+    QColor pill = at(badged, corner);
+    EXPECT_GT(pill.red(), 180);
+    EXPECT_LT(pill.blue(), 120) << "no badge at the tile's corner";
+    // The progress bar's light fill on its left half, and its dark track on the right.
+    EXPECT_GT(at(badged, center(1, depth) + QPointF(-12, 17)).lightness(), 200);
+    EXPECT_LT(at(badged, center(1, depth) + QPointF(12, 17)).lightness(), 80);
+    controller->setBadge("/apps/blue.desktop", DockBadge {});
+    EXPECT_TRUE(controller->items()[1].badge.empty());
+    EXPECT_EQ(controller->panel().render(), plain) << "the badge stayed after it was taken away";
+}
+
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
 {
     const DockRowMetrics& metrics = controller->layout().metrics();
