@@ -10,6 +10,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 
+#include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneKit/Core/AtomicFile.h"
 #include "KestruneKit/Preferences/Preferences.h"
 
@@ -144,13 +145,8 @@ void ApplicationsMenuOffer::addEntry()
 {
     QFile icon(QStringLiteral(":/kestrune/app.svg"));
     std::string problem = icon.open(QIODevice::ReadOnly) ? entry_.install(icon.readAll().toStdString()) : "The app’s icon is missing.";
-    if (problem.empty())
-        return;
-    auto* failure = new QMessageBox(QMessageBox::Warning, QStringLiteral("Kestrune Dock"),
-        QStringLiteral("Couldn’t add Kestrune Dock to Applications."), QMessageBox::Ok);
-    failure->setInformativeText(QString::fromStdString(problem));
-    failure->setAttribute(Qt::WA_DeleteOnClose);
-    failure->show();
+    if (!problem.empty())
+        showFailure(QStringLiteral("Couldn’t add Kestrune Dock to Applications."), problem);
 }
 
 void ApplicationsMenuOffer::show()

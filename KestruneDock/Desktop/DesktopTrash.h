@@ -1,6 +1,6 @@
 #pragma once
 // OVERVIEW
-// The user's trash as the freedesktop.org trash specification lays it out: files in
+// The user's trash where Linux desktops keep it: files in
 // $XDG_DATA_HOME/Trash/files, each with its .trashinfo in Trash/info. Counts what is in it,
 // follows it through inotify (the folders are made if missing, so that they can be watched),
 // and empties it. Read directly rather than through trash:///, which needs a running gvfs.

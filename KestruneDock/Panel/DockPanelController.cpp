@@ -19,6 +19,7 @@
 
 #include "KestruneDock/Dock/DockStore.h"
 #include "KestruneDock/Panel/DockPanel.h"
+#include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Preferences/Preferences.h"
 
@@ -598,14 +599,8 @@ void DockPanelController::askToEmptyTrash()
     QObject::connect(box, &QMessageBox::buttonClicked, panel_.get(), [this, confirm](QAbstractButton* button) {
         if (button != confirm)
             return;
-        std::string problem = services_.emptyTrash();
-        if (problem.empty())
-            return;
-        auto* failure = new QMessageBox(QMessageBox::Warning, QStringLiteral("Kestrune Dock"),
-            QStringLiteral("Couldn’t empty the Trash."), QMessageBox::Ok);
-        failure->setInformativeText(QString::fromStdString(problem));
-        failure->setAttribute(Qt::WA_DeleteOnClose);
-        failure->show();
+        if (std::string problem = services_.emptyTrash(); !problem.empty())
+            showFailure(QStringLiteral("Couldn’t empty the Trash."), problem);
     });
     question_ = box;
     box->show();

@@ -71,6 +71,23 @@ std::unique_ptr<ChildProcess> startDock(const Environment& environment)
 
 using test::readUntil;
 
+// A window the dock opened beside it: a dialog, or a normal window where Qt did not say dialog.
+std::optional<xcb_window_t> dialogOf(XSession& session, const ChildProcess& dock)
+{
+    if (auto dialog = session.waitForClient(dock.pid(), 15, "_NET_WM_WINDOW_TYPE_DIALOG"))
+        return dialog;
+    return session.waitForClient(dock.pid(), 5, "_NET_WM_WINDOW_TYPE_NORMAL");
+}
+
+// The dock's window once it rests on the bottom edge of a screen `bottom` pixels high.
+std::optional<xcb_window_t> restingDock(XSession& session, const ChildProcess& dock, int bottom = 800)
+{
+    auto window = session.waitForClient(dock.pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
+    if (!window || !test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == bottom; }))
+        return std::nullopt;
+    return window;
+}
+
 class DockDesktop : public ::testing::TestWithParam<XSession::WindowManager> {};
 
 TEST(DockDesktopWindow, IsADockOnEveryDesktopReservingOnlyItsRestingBar)
@@ -144,9 +161,8 @@ TEST(DockDesktopWindow, FollowsAResolutionChangeAndAWindowManagerRestart)
     DockHome home;
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
 
     // A smaller screen: the dock is on its new bottom edge, centred, reserving the same bar.
@@ -202,9 +218,8 @@ TEST(DockDesktopWindow, IsTranslucentWithRoundedEndsWhileACompositorRunsAndOpaqu
 
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
     // The bar's padding under the first tile, and its very corner.
     int x = bar.x + 20, y = 797, cornerX = bar.x + 1, cornerY = 799;
@@ -291,9 +306,8 @@ TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid());
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
     int top = bar.y;
 
@@ -339,9 +353,8 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
 
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid());
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
 
     // Where a tile rests on this 1280-px bottom edge, in a row of these slots.
@@ -431,9 +444,8 @@ TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
     DockHome home;
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
     DockRowLayout layout;
     layout.setPreferences(DockPreferences {});
@@ -470,9 +482,8 @@ TEST(DockDesktopMenus, EmptyTrashAsksFirstThenEmptiesTheUsersTrash)
     home.folder.write("data/Trash/info/older.txt.trashinfo", "[Trash Info]\nPath=/tmp/older.txt\nDeletionDate=2026-11-20T10:00:00\n");
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
-    auto window = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK");
-    ASSERT_TRUE(window);
-    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
 
     // The trash is the last tile; its menu's last entry empties it, after a question.
@@ -480,9 +491,7 @@ TEST(DockDesktopMenus, EmptyTrashAsksFirstThenEmptiesTheUsersTrash)
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     session.key("Up");
     session.key("Return");
-    auto question = session.waitForClient(dock->pid(), 10, "_NET_WM_WINDOW_TYPE_DIALOG");
-    if (!question)
-        question = session.waitForClient(dock->pid(), 5, "_NET_WM_WINDOW_TYPE_NORMAL");
+    auto question = dialogOf(session, *dock);
     ASSERT_TRUE(question) << "no question before emptying";
     ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == question; }));
     session.screenshot("desktop-empty-trash-question-openbox");
@@ -508,9 +517,7 @@ TEST(DockDesktopLifecycle, OffersToJoinTheApplicationsMenuBesideTheDockAndAddsIt
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
     EXPECT_TRUE(session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DOCK")) << "the offer held the dock up";
-    auto offer = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_DIALOG");
-    if (!offer)
-        offer = session.waitForClient(dock->pid(), 5, "_NET_WM_WINDOW_TYPE_NORMAL");
+    auto offer = dialogOf(session, *dock);
     ASSERT_TRUE(offer) << "no offer";
     ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == offer; }));
     session.screenshot("desktop-applications-menu-offer-openbox");
