@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 
+#include "KestruneDock/SystemDock/DashToDockHandover.h"
 #include "KestruneKit/Process/ChildOutput.h"
 #include "KestruneKit/Process/ChildProcess.h"
 
@@ -16,13 +17,6 @@ constexpr const char* dock = "com.apple.dock";
 // The reveal delay that keeps the system Dock from ever showing; found at hide time it is our
 // own value, left behind by a run that died before it could restore.
 constexpr double neverDelay = 1000.0;
-
-// Hide and restore of every handover in this process.
-std::mutex& handoverLock()
-{
-    static std::mutex lock;
-    return lock;
-}
 
 std::string shellQuoted(const std::string& text)
 {
@@ -43,15 +37,20 @@ std::optional<double> number(const std::optional<std::string>& text)
 
 } // namespace
 
-SystemDockHandover::SystemDockHandover(Preferences& preferences, std::string domain, SystemDockTools tools)
-    : preferences_(preferences), domain_(std::move(domain)), tools_(std::move(tools))
+std::mutex& SystemDockHandover::lock()
 {
+    static std::mutex lock;
+    return lock;
 }
 
 std::unique_ptr<SystemDockHandover> SystemDockHandover::forThisPlatform(Preferences& preferences, std::string domain)
 {
 #if defined(__APPLE__)
-    return std::make_unique<SystemDockHandover>(preferences, std::move(domain));
+    return std::make_unique<AppleDockHandover>(preferences, std::move(domain));
+#elif defined(__linux__)
+    if (!DashToDockHandover::isInstalled())
+        return nullptr;
+    return std::make_unique<DashToDockHandover>(preferences, DashToDockHandover::recordPathFor(domain));
 #else
     (void)preferences;
     (void)domain;
@@ -59,10 +58,10 @@ std::unique_ptr<SystemDockHandover> SystemDockHandover::forThisPlatform(Preferen
 #endif
 }
 
-SystemDockHandover::DefaultsRun SystemDockHandover::runDefaults(const std::vector<std::string>& arguments)
+SystemDockHandover::ToolRun SystemDockHandover::runTool(const std::string& executable, const std::vector<std::string>& arguments)
 {
     ChildProcessOptions options;
-    options.executable = tools_.defaults;
+    options.executable = executable;
     options.arguments = arguments;
     options.output = ChildStream::pipe;
     options.error = ChildStream::nullDevice;
@@ -82,20 +81,51 @@ SystemDockHandover::DefaultsRun SystemDockHandover::runDefaults(const std::vecto
     return { status.succeeded(), output };
 }
 
-std::optional<std::string> SystemDockHandover::readDock(const std::string& key)
+bool SystemDockHandover::spawnGuard(const std::string& script, const std::vector<std::string>& parameters, Environment environment)
+{
+    static std::once_flag once;
+    static std::unique_ptr<ChildProcess> guard;
+    bool started = false;
+    std::call_once(once, [&] {
+        ChildProcessOptions options;
+        options.executable = "/bin/sh";
+        options.arguments = { "-c", script, "sh" };
+        options.arguments.insert(options.arguments.end(), parameters.begin(), parameters.end());
+        options.environment = std::move(environment);
+        options.input = ChildStream::pipe;
+        options.output = ChildStream::nullDevice;
+        options.error = ChildStream::nullDevice;
+        options.grouping = ChildGrouping::newSession;
+        auto spawned = ChildProcess::spawn(options);
+        if (auto* child = std::get_if<std::unique_ptr<ChildProcess>>(&spawned)) {
+            guard = std::move(*child);
+            // It must outlive us; its pipe's write end stays open until this process ends.
+            guard->detach();
+            started = true;
+        }
+    });
+    return started;
+}
+
+AppleDockHandover::AppleDockHandover(Preferences& preferences, std::string domain, SystemDockTools tools)
+    : preferences_(preferences), domain_(std::move(domain)), tools_(std::move(tools))
+{
+}
+
+std::optional<std::string> AppleDockHandover::readDock(const std::string& key)
 {
     auto run = runDefaults({ "read", dock, key });
     return run.succeeded ? std::optional(run.output) : std::nullopt;
 }
 
-void SystemDockHandover::writeDock(const std::string& key, const std::string& type, const std::string& value)
+void AppleDockHandover::writeDock(const std::string& key, const std::string& type, const std::string& value)
 {
     (void)runDefaults({ "write", dock, key, type, value });
 }
 
-void SystemDockHandover::deleteDock(const std::string& key) { (void)runDefaults({ "delete", dock, key }); }
+void AppleDockHandover::deleteDock(const std::string& key) { (void)runDefaults({ "delete", dock, key }); }
 
-void SystemDockHandover::importSystemDockLook()
+void AppleDockHandover::importSystemDockLook()
 {
     if (preferences_.boolValue("importedSystemDock").value_or(false))
         return;
@@ -111,7 +141,7 @@ void SystemDockHandover::importSystemDockLook()
         preferences_.set("edge", *edge);
 }
 
-void SystemDockHandover::putBackRecordedOrientation()
+void AppleDockHandover::putBackRecordedOrientation()
 {
     if (auto edge = preferences_.stringValue("systemDock.orientation")) {
         writeDock("orientation", "-string", *edge);
@@ -119,9 +149,9 @@ void SystemDockHandover::putBackRecordedOrientation()
     }
 }
 
-void SystemDockHandover::hide(pid_t owner)
+void AppleDockHandover::hideAs(pid_t owner)
 {
-    std::lock_guard guard(handoverLock());
+    std::lock_guard guard(lock());
     // Another instance may have recorded or restored since we last looked.
     preferences_.synchronize();
     putBackRecordedOrientation();
@@ -176,7 +206,7 @@ void SystemDockHandover::hide(pid_t owner)
     }
 }
 
-void SystemDockHandover::restoreValue(const std::string& dockKey, const std::string& savedKey, const std::string& type)
+void AppleDockHandover::restoreValue(const std::string& dockKey, const std::string& savedKey, const std::string& type)
 {
     if (auto value = preferences_.stringValue(savedKey)) {
         std::string written = type == "-bool" ? (*value == "1" ? "true" : "false") : *value;
@@ -187,9 +217,9 @@ void SystemDockHandover::restoreValue(const std::string& dockKey, const std::str
     preferences_.remove(savedKey);
 }
 
-void SystemDockHandover::restore()
+void AppleDockHandover::restore()
 {
-    std::lock_guard guard(handoverLock());
+    std::lock_guard guard(lock());
     preferences_.synchronize();
     putBackRecordedOrientation();
     if (preferences_.boolValue("systemDock.saved").value_or(false)) {
@@ -222,7 +252,7 @@ void SystemDockHandover::restore()
     preferences_.remove("systemDock.owner");
 }
 
-std::string SystemDockHandover::guardScript(const SystemDockTools& tools)
+std::string AppleDockHandover::guardScript(const SystemDockTools& tools)
 {
     SystemDockTools standard;
     std::string defaults = tools.defaults == standard.defaults ? standard.defaults : shellQuoted(tools.defaults);
@@ -284,31 +314,10 @@ std::string SystemDockHandover::guardScript(const SystemDockTools& tools)
           "$d delete \"$2\" systemDock.saved\n";
 }
 
-bool SystemDockHandover::startRestoreGuard()
+bool AppleDockHandover::startRestoreGuard()
 {
-    // The guard's standard input is a pipe whose only writer is this process: it reads end of
-    // file when we end, however we end, and restores then.
-    static std::once_flag once;
-    static std::unique_ptr<ChildProcess> guard;
-    bool started = false;
-    std::call_once(once, [&] {
-        ChildProcessOptions options;
-        options.executable = "/bin/sh";
-        options.arguments = { "-c", guardScript(tools_), "sh", std::to_string(::getpid()), domain_ };
-        options.environment = Environment { { "PATH", "/usr/bin:/bin:/usr/sbin:/sbin" } };
-        options.input = ChildStream::pipe;
-        options.output = ChildStream::nullDevice;
-        options.error = ChildStream::nullDevice;
-        options.grouping = ChildGrouping::newSession;
-        auto spawned = ChildProcess::spawn(options);
-        if (auto* child = std::get_if<std::unique_ptr<ChildProcess>>(&spawned)) {
-            guard = std::move(*child);
-            // It must outlive us; its pipe's write end stays open until this process ends.
-            guard->detach();
-            started = true;
-        }
-    });
-    return started;
+    return spawnGuard(guardScript(tools_), { std::to_string(::getpid()), domain_ },
+                      Environment { { "PATH", "/usr/bin:/bin:/usr/sbin:/sbin" } });
 }
 
 } // namespace kestrune

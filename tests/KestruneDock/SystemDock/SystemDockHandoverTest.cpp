@@ -36,7 +36,7 @@ protected:
     {
         ChildProcessOptions options;
         options.executable = KESTRUNE_HANDOVER_CHILD;
-        options.arguments = { mode, store, tools().defaults, tools().killall };
+        options.arguments = { mode, "apple", store, tools().defaults, tools().killall };
         options.error = ChildStream::nullDevice;
         auto spawned = ChildProcess::spawn(options);
         auto child = std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
@@ -120,7 +120,7 @@ TEST_F(SystemDockHandoverTest, RecordsOnlyTheUsersOwnValues)
     // No delay of the user's: none comes back.
     system()->remove("autohide-delay");
     auto preferences = app();
-    SystemDockHandover handover(*preferences, "app.quillane.dock", tools());
+    AppleDockHandover handover(*preferences, "app.quillane.dock", tools());
     handover.hide();
     EXPECT_EQ(app()->value("systemDock.autohideDelay"), std::nullopt);
     handover.restore();
@@ -144,7 +144,7 @@ TEST_F(SystemDockHandoverTest, ImportsTheSystemDocksLookOnceWithinBounds)
     system()->set("orientation", std::string("top"));
     app()->remove("edge");
     auto preferences = app();
-    SystemDockHandover handover(*preferences, "app.quillane.dock", tools());
+    AppleDockHandover handover(*preferences, "app.quillane.dock", tools());
     handover.importSystemDockLook();
     EXPECT_EQ(preferences->doubleValue("iconSize"), 16);
     EXPECT_EQ(preferences->doubleValue("magnifiedSize"), 128);
@@ -155,12 +155,11 @@ TEST_F(SystemDockHandoverTest, ImportsTheSystemDocksLookOnceWithinBounds)
     system()->set("tilesize", int64_t(40));
     handover.importSystemDockLook();
     EXPECT_EQ(preferences->doubleValue("iconSize"), 16) << "once per installation";
-    EXPECT_EQ(SystemDockHandover::forThisPlatform(*preferences, "app.quillane.dock"), nullptr) << "Linux has no system dock";
 }
 
 TEST(SystemDockHandover, TheGuardScriptNamesTheStandardTools)
 {
-    auto script = SystemDockHandover::guardScript({});
+    auto script = AppleDockHandover::guardScript({});
     EXPECT_TRUE(script.starts_with("trap '' INT HUP TERM\nread -r line\nd=/usr/bin/defaults\n"));
     EXPECT_TRUE(script.ends_with("/usr/bin/killall Dock\n$d delete \"$2\" systemDock.saved\n"));
     EXPECT_EQ(std::count(script.begin(), script.end(), '\n'), 52);
