@@ -204,6 +204,9 @@ DockDesktopServices AppDelegate::desktopServices(const Environment& environment,
     if (auto* desktop = dynamic_cast<WorkspaceLinux*>(workspace_.get())) {
         services.actions = [desktop](const std::string& path) { return desktop->actions(path); };
         services.launchAction = [desktop](const std::string& path, const std::string& action) { desktop->launchAction(path, action); };
+        services.opensFiles = [desktop](const std::string& path, const std::vector<std::string>& files) { return desktop->opensFiles(path, files); };
+        services.openFiles = [desktop](const std::string& path, const std::vector<std::string>& files) { desktop->openFiles(path, files); };
+        services.moveToTrash = [](const std::vector<std::string>& files) { return WorkspaceLinux::moveToTrash(files); };
     }
     if (windowWatch_) {
         DesktopWindowWatch* watch = windowWatch_.get();

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 #include <gio/gdesktopappinfo.h>
@@ -210,6 +211,61 @@ bool WorkspaceLinux::launchAction(const std::string& path, const std::string& ac
     // GIO starts an action without our session setup; it still goes through its reaping child.
     g_desktop_app_info_launch_action(info.get(), action.c_str(), nullptr);
     return true;
+}
+
+bool WorkspaceLinux::opensFiles(const std::string& path, const std::vector<std::string>& files) const
+{
+    if (files.empty() || isWindowApplication(path))
+        return false;
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    if (!info)
+        return false;
+    const char* const* supported = g_app_info_get_supported_types(G_APP_INFO(info.get()));
+    if (!supported)
+        return false;
+    return std::all_of(files.begin(), files.end(), [&](const std::string& file) {
+        // By name first (no disk read on the main thread), by content when the name says nothing.
+        gboolean uncertain = FALSE;
+        gchar* type = g_content_type_guess(file.c_str(), nullptr, 0, &uncertain);
+        if (uncertain && std::filesystem::is_directory(file)) {
+            g_free(type);
+            type = g_strdup("inode/directory");
+        }
+        bool opens = false;
+        for (const char* const* each = supported; *each && !opens; ++each)
+            opens = g_content_type_is_a(type, *each) || g_content_type_is_mime_type(type, *each);
+        g_free(type);
+        return opens;
+    });
+}
+
+bool WorkspaceLinux::openFiles(const std::string& path, const std::vector<std::string>& files)
+{
+    if (isWindowApplication(path))
+        return false;
+    GObjectRef<GDesktopAppInfo> info(g_desktop_app_info_new_from_filename(path.c_str()));
+    if (!info)
+        return false;
+    GList* list = nullptr;
+    for (const auto& file : files)
+        list = g_list_append(list, g_file_new_for_path(file.c_str()));
+    gboolean launched = g_app_info_launch(G_APP_INFO(info.get()), list, nullptr, nullptr);
+    g_list_free_full(list, g_object_unref);
+    return launched;
+}
+
+std::string WorkspaceLinux::moveToTrash(const std::vector<std::string>& files)
+{
+    for (const auto& file : files) {
+        GObjectRef<GFile> moved(g_file_new_for_path(file.c_str()));
+        GError* error = nullptr;
+        if (!g_file_trash(moved.get(), nullptr, &error)) {
+            std::string problem = error ? error->message : "The file could not be moved to the trash.";
+            g_clear_error(&error);
+            return problem;
+        }
+    }
+    return {};
 }
 
 void WorkspaceLinux::setRunningApplications(std::vector<RunningApplication> running)

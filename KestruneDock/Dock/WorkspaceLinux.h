@@ -43,6 +43,12 @@ public:
     [[nodiscard]] std::vector<std::pair<std::string, std::string>> actions(const std::string& path) const;
     // Starts one of them, detached as a launch is; false when it cannot be started.
     bool launchAction(const std::string& path, const std::string& action);
+    // Whether the app says it opens every one of these files (by their content type).
+    [[nodiscard]] bool opensFiles(const std::string& path, const std::vector<std::string>& files) const;
+    // Opens the files with the app; false when it cannot be started.
+    bool openFiles(const std::string& path, const std::vector<std::string>& files);
+    // Moves the files to the desktop's trash: the first problem met, or empty.
+    [[nodiscard]] static std::string moveToTrash(const std::vector<std::string>& files);
     void setWindowApplicationIcon(const std::string& path, std::string iconFile) { windowIcons_[path] = std::move(iconFile); }
     // Brings a running app's window forward; false when it has none to bring.
     void setActivator(std::function<bool(const std::string& path)> activator) { activator_ = std::move(activator); }

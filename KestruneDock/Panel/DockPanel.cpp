@@ -6,6 +6,7 @@
 #include <QContextMenuEvent>
 #include <QCursor>
 #include <QEnterEvent>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPaintEvent>
 #include <QPainter>
@@ -31,6 +32,7 @@ DockPanel::DockPanel(DockPanelController& controller) : controller_(controller)
     setAttribute(Qt::WA_NoSystemBackground);
     setAttribute(Qt::WA_ShowWithoutActivating);
     setMouseTracking(true);
+    setAcceptDrops(true);
     setWindowTitle(QStringLiteral("Kestrune Dock"));
     setAccessibleName(QStringLiteral("Dock"));
 }
@@ -81,7 +83,48 @@ void DockPanel::paintEvent(QPaintEvent* event)
     controller_.painted(event->region());
 }
 
-void DockPanel::mouseMoveEvent(QMouseEvent* event) { controller_.pointerMoved(event->globalPosition()); }
+void DockPanel::mousePressEvent(QMouseEvent* event) { controller_.pressed(event->globalPosition(), event->button()); }
+
+void DockPanel::mouseMoveEvent(QMouseEvent* event)
+{
+    if (event->buttons() & Qt::LeftButton)
+        controller_.draggedTo(event->globalPosition());
+    else
+        controller_.pointerMoved(event->globalPosition());
+}
+
+void DockPanel::dragEnterEvent(QDragEnterEvent* event)
+{
+    // Entered even where nothing would take the drop, so that moves keep coming as it crosses
+    // the row.
+    Qt::DropAction action = controller_.dragOver(mapToGlobal(event->position()), *event->mimeData());
+    event->setDropAction(action == Qt::IgnoreAction ? event->proposedAction() : action);
+    event->accept();
+}
+
+void DockPanel::dragMoveEvent(QDragMoveEvent* event)
+{
+    Qt::DropAction action = controller_.dragOver(mapToGlobal(event->position()), *event->mimeData());
+    if (action == Qt::IgnoreAction) {
+        event->ignore();
+        return;
+    }
+    event->setDropAction(action);
+    event->accept();
+}
+
+void DockPanel::dragLeaveEvent(QDragLeaveEvent*) { controller_.dragLeft(); }
+
+void DockPanel::dropEvent(QDropEvent* event)
+{
+    Qt::DropAction action = controller_.dropped(mapToGlobal(event->position()), *event->mimeData());
+    if (action == Qt::IgnoreAction) {
+        event->ignore();
+        return;
+    }
+    event->setDropAction(action);
+    event->accept();
+}
 
 void DockPanel::mouseReleaseEvent(QMouseEvent* event)
 {

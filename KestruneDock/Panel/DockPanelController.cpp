@@ -6,6 +6,8 @@
 #include <numbers>
 
 #include <QAction>
+#include <QApplication>
+#include <QDrag>
 #include <QCursor>
 #include <QDesktopServices>
 #include <QMenu>
@@ -19,6 +21,7 @@
 
 #include "KestruneDock/Dock/DockStore.h"
 #include "KestruneDock/Panel/DockPanel.h"
+#include "KestruneDock/Panel/DockPoof.h"
 #include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -96,7 +99,26 @@ void DockPanelController::reload()
                 item.badge = badge->second;
         }
     };
-    addApps(store_.pinnedItems());
+    // While a tile is dragged over the kept apps, it stands where it would land, drawn by the
+    // drag; dragged off the dock, it leaves the row.
+    std::vector<DockApp> kept = store_.pinnedItems();
+    const DockReorder& reorder = store_.reorder();
+    roomShown_ = false;
+    if (reorder.phase == DockReorder::Phase::dragging && !reorder.dragged.empty()) {
+        std::erase_if(kept, [&](const DockApp& app) { return app.url == reorder.dragged; });
+        if (reorder.insertion) {
+            DockApp room;
+            room.url = reorder.dragged;
+            kept.insert(kept.begin() + static_cast<ptrdiff_t>(std::min(*reorder.insertion, kept.size())), room);
+            roomShown_ = true;
+        }
+    }
+    addApps(kept);
+    keptShown_ = kept.size();
+    if (roomShown_)
+        items_[std::min(*reorder.insertion, kept.size() - 1)].placeholder = true;
+    for (DockRowItem& item : items_)
+        item.highlighted = !dropTarget_.empty() && item.path == dropTarget_;
     std::erase_if(quitAsked_, [this](const auto& asked) {
         auto running = [&](const std::vector<DockApp>& apps) {
             return std::any_of(apps.begin(), apps.end(), [&](const DockApp& app) { return app.url == asked.first && app.running; });
@@ -113,6 +135,7 @@ void DockPanelController::reload()
     for (const std::string& folder : store_.stackURLs())
         add(DockSlotKind::stack, folder, std::filesystem::path(folder).filename().string());
     add(DockSlotKind::trash, std::string(DockStore::trashIdentifier), "Trash").full = trashItems_ > 0;
+    items_.back().highlighted = dropTarget_ == DockStore::trashIdentifier;
 
     std::vector<DockRowSlot> slots;
     slots.reserve(items_.size());
@@ -465,6 +488,209 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
     }
 }
 
+void DockPanelController::pressed(QPointF global, Qt::MouseButton button)
+{
+    pressedAt_ = button == Qt::LeftButton ? std::optional(global) : std::nullopt;
+}
+
+void DockPanelController::draggedTo(QPointF global)
+{
+    if (!pressedAt_ || dragging_ || (global - *pressedAt_).manhattanLength() < QApplication::startDragDistance())
+        return;
+    auto slot = hitAt(*pressedAt_);
+    pressedAt_.reset();
+    if (!slot || *slot >= items_.size())
+        return;
+    DockRowItem item = items_[*slot];
+    bool kept = item.slot.kind == DockSlotKind::app && *slot < keptShown_;
+    if (!kept && item.slot.kind != DockSlotKind::stack)
+        return;
+    auto* data = new QMimeData;
+    data->setData(QString::fromLatin1(DockStore::dragType.data(), static_cast<qsizetype>(DockStore::dragType.size())),
+                  QByteArray::fromStdString(item.path));
+    data->setUrls({ QUrl::fromLocalFile(QString::fromStdString(item.path)) });
+    auto* drag = new QDrag(panel_.get());
+    drag->setMimeData(data);
+    QPixmap picture = tilePixmap(item);
+    drag->setPixmap(picture);
+    drag->setHotSpot(QPoint(picture.width(), picture.height()) / 2 / picture.devicePixelRatio());
+    if (kept)
+        store_.setReorder({ DockReorder::Phase::dragging, item.path, *slot });
+    dragging_ = true;
+    droppedHere_ = false;
+    Qt::DropAction action = drag->exec(Qt::MoveAction | Qt::CopyAction, Qt::MoveAction);
+    dragging_ = false;
+    // Let go where nothing took it: off the dock, and gone from it (a running app keeps its
+    // running tile). Taken by another program, it was a copy of the entry and stays.
+    if (!droppedHere_ && action == Qt::IgnoreAction) {
+        if (kept)
+            store_.unpin(item.path);
+        else
+            store_.removeStack(item.path);
+        showPoof(QCursor::pos(), layout_.metrics().iconSize);
+    }
+    settle();
+}
+
+size_t DockPanelController::keptIndexAt(double axis) const
+{
+    // The kept tile under the pointer gives its place; past the last one, the end.
+    double halfGap = layout_.metrics().gap / 2;
+    for (size_t index = 0; index < keptShown_ && index < layout_.frames().size(); ++index) {
+        if (axis < layout_.frames()[index].tile.axisEnd() + halfGap)
+            return index;
+    }
+    return keptShown_ - (roomShown_ ? 1 : 0);
+}
+
+DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, const QMimeData& data) const
+{
+    DropPlan plan;
+    auto [axis, depth] = placement_.toRow(window_, global.x() - window_.x, global.y() - window_.y);
+    auto type = QString::fromLatin1(DockStore::dragType.data(), static_cast<qsizetype>(DockStore::dragType.size()));
+    if (data.hasFormat(type)) {
+        plan.path = data.data(type).toStdString();
+        const auto& kept = store_.pinnedItems();
+        bool isKept = std::any_of(kept.begin(), kept.end(), [&](const DockApp& app) { return app.url == plan.path; });
+        plan.kind = isKept ? DropPlan::Kind::reorder : DropPlan::Kind::back;
+        plan.index = keptIndexAt(axis);
+        return plan;
+    }
+    for (const QUrl& url : data.urls()) {
+        if (url.isLocalFile())
+            plan.files.push_back(url.toLocalFile().toStdString());
+    }
+    if (plan.files.empty())
+        return plan;
+    auto slot = layout_.hit(axis, depth);
+    const DockRowItem* under = slot && *slot < items_.size() && !items_[*slot].placeholder ? &items_[*slot] : nullptr;
+    bool entries = std::all_of(plan.files.begin(), plan.files.end(), [](const std::string& file) { return file.ends_with(".desktop"); });
+    if (under && under->slot.kind == DockSlotKind::trash) {
+        plan.kind = DropPlan::Kind::trash;
+        plan.path = under->path;
+    } else if (under && under->slot.kind == DockSlotKind::app && !entries && services_.opensFiles
+               && services_.opensFiles(under->path, plan.files)) {
+        plan.kind = DropPlan::Kind::openFiles;
+        plan.path = under->path;
+    } else if (entries && plan.files.size() == 1) {
+        plan.kind = DropPlan::Kind::pin;
+        plan.path = plan.files.front();
+        plan.index = keptIndexAt(axis);
+    } else if (plan.files.size() == 1 && std::filesystem::is_directory(plan.files.front())) {
+        plan.kind = DropPlan::Kind::stack;
+        plan.path = plan.files.front();
+    }
+    return plan;
+}
+
+void DockPanelController::showDrop(const DropPlan& plan)
+{
+    std::string target = plan.kind == DropPlan::Kind::trash || plan.kind == DropPlan::Kind::openFiles ? plan.path : std::string();
+    bool retarget = target != dropTarget_;
+    dropTarget_ = std::move(target);
+    if (plan.kind == DropPlan::Kind::reorder || plan.kind == DropPlan::Kind::pin)
+        store_.setReorder({ DockReorder::Phase::dragging, plan.path, plan.index });
+    else if (dragging_)
+        // Our own tile over what does not take it: it is not where it would land.
+        store_.setReorder({ DockReorder::Phase::dragging, store_.reorder().dragged, std::nullopt });
+    else
+        store_.setReorder({});
+    if (retarget) {
+        reload();
+        panel_->update();
+    }
+}
+
+Qt::DropAction DockPanelController::dragOver(QPointF global, const QMimeData& data)
+{
+    settleTimer_.cancel();
+    auto plan = planDrop(global, data);
+    showDrop(plan);
+    switch (plan.kind) {
+    case DropPlan::Kind::none: return Qt::IgnoreAction;
+    case DropPlan::Kind::back:
+    case DropPlan::Kind::reorder:
+    case DropPlan::Kind::trash: return Qt::MoveAction;
+    default: return Qt::CopyAction;
+    }
+}
+
+void DockPanelController::dragLeft()
+{
+    showDrop({});
+    if (!dragging_)
+        settle();
+}
+
+Qt::DropAction DockPanelController::dropped(QPointF global, const QMimeData& data)
+{
+    auto plan = planDrop(global, data);
+    Qt::DropAction action = dragOver(global, data);
+    droppedHere_ = true;
+    dropTarget_.clear();
+    switch (plan.kind) {
+    case DropPlan::Kind::reorder: {
+        const auto& kept = store_.pinnedItems();
+        auto from = std::find_if(kept.begin(), kept.end(), [&](const DockApp& app) { return app.url == plan.path; });
+        store_.movePinned(static_cast<size_t>(from - kept.begin()), plan.index);
+        break;
+    }
+    case DropPlan::Kind::pin: store_.pin(plan.path, plan.index); break;
+    case DropPlan::Kind::stack: store_.addStack(plan.path); break;
+    case DropPlan::Kind::openFiles:
+        if (services_.openFiles)
+            services_.openFiles(plan.path, plan.files);
+        break;
+    case DropPlan::Kind::trash:
+        if (services_.moveToTrash) {
+            if (auto problem = services_.moveToTrash(plan.files); !problem.empty())
+                showFailure(QStringLiteral("Couldn’t move the files to the Trash."), problem);
+        }
+        break;
+    default: break;
+    }
+    settle();
+    return action;
+}
+
+void DockPanelController::settle()
+{
+    // The row holds still a moment longer while the dropped tile settles, then magnifies again.
+    if (store_.reorder().phase == DockReorder::Phase::idle && dropTarget_.empty())
+        return;
+    dropTarget_.clear();
+    store_.setReorder({ DockReorder::Phase::settling, {}, std::nullopt });
+    settleTimer_ = runtime_.schedule(Seconds(0.25), TimerRepeat::once, Seconds(0), [this] { store_.setReorder({}); });
+}
+
+QPixmap DockPanelController::tilePixmap(const DockRowItem& item) const
+{
+    double ratio = panel_->devicePixelRatioF();
+    double size = layout_.metrics().iconSize;
+    QImage image((QSizeF(size, size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(ratio);
+    image.fill(Qt::transparent);
+    auto painterFor = painters_.find(item.slot.kind);
+    if (painterFor != painters_.end() && painterFor->second) {
+        QPainter painter(&image);
+        painter.setRenderHint(QPainter::Antialiasing);
+        DockPaintContext context;
+        context.metrics = &layout_.metrics();
+        context.devicePixelRatio = ratio;
+        context.largestTile = size;
+        context.showIndicators = false;
+        context.translucent = true;
+        context.toWindow = [](double axis, double depth) { return QPointF(axis, depth); };
+        DockRowItem still = item;
+        still.running = false;
+        still.badge = {};
+        DockSlotFrame frame;
+        frame.tile = { 0, 0, size, size };
+        painterFor->second->paint(painter, still, frame, QRectF(0, 0, size, size), context);
+    }
+    return QPixmap::fromImage(image);
+}
+
 void DockPanelController::contextMenu(QPointF global)
 {
     auto slot = hitAt(global);
@@ -700,6 +926,14 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
             double elapsed = started ? secondsBetween(*started, now).count() : std::chrono::duration<double>(now.time_since_epoch()).count();
             frame.tile.depth += metrics.iconSize * 0.4 * std::abs(std::sin(std::numbers::pi * elapsed / hopSeconds));
         }
+        if (item.placeholder)
+            continue;
+        if (item.highlighted) {
+            QRectF lit = toQt(placement_.toWindow(window_, frame.tile)).adjusted(-3, -3, 3, 3);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(QColor(255, 255, 255, 70));
+            painter.drawRoundedRect(lit, lit.width() * 0.22, lit.width() * 0.22);
+        }
         auto painterFor = painters_.find(item.slot.kind);
         if (painterFor == painters_.end() || !painterFor->second)
             continue;
@@ -712,7 +946,9 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
 bool DockPanelController::showsLabel() const
 {
     // An open menu stands where the name would: the name goes.
-    return hovered_ && *hovered_ < items_.size() && raise_ == DockPanelRaise::raised && !store_.isMenuOpen();
+    // A dragged tile covers it too.
+    return hovered_ && *hovered_ < items_.size() && raise_ == DockPanelRaise::raised && !store_.isMenuOpen()
+        && store_.reorder().phase == DockReorder::Phase::idle && !dragging_;
 }
 
 void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context)

@@ -27,6 +27,8 @@
 #include <QMessageBox>
 #include <QPointer>
 #include <QImage>
+#include <QMimeData>
+#include <QPixmap>
 #include <QRegion>
 #include <QMetaObject>
 #include <QPointF>
@@ -69,6 +71,11 @@ struct DockDesktopServices {
     std::function<void()> openSettings;
     // Empties the trash for good: the problem met, or empty.
     std::function<std::string()> emptyTrash;
+    // Files dropped on an app's tile: whether it opens them all, and opening them.
+    std::function<bool(const std::string& path, const std::vector<std::string>& files)> opensFiles;
+    std::function<void(const std::string& path, const std::vector<std::string>& files)> openFiles;
+    // Files dropped on the trash: the problem met, or empty.
+    std::function<std::string(const std::vector<std::string>& files)> moveToTrash;
 };
 
 class DockPanelController {
@@ -108,6 +115,16 @@ public:
     void pointerMoved(QPointF global);
     void pointerLeft();
     void clicked(QPointF global, Qt::MouseButton button);
+    // A press that may become a drag: past the drag distance with the button held, a kept app's
+    // tile or a stack leaves with the pointer. Let go off the dock, it goes from the dock.
+    void pressed(QPointF global, Qt::MouseButton button);
+    void draggedTo(QPointF global);
+    // A drag over the dock, ours or another program's: what a drop there would do, shown as it
+    // would be (room made where it lands, the tile that would take it lit).
+    Qt::DropAction dragOver(QPointF global, const QMimeData& data);
+    void dragLeft();
+    Qt::DropAction dropped(QPointF global, const QMimeData& data);
+    [[nodiscard]] bool isDragging() const { return dragging_; }
     // The menu of what lies there: a tile's, or the dock's own on its bar and dividers.
     void contextMenu(QPointF global);
     void setDesktopServices(DockDesktopServices services) { services_ = std::move(services); }
@@ -160,6 +177,19 @@ private:
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
     void perform(const DockMenuEntry& entry, const std::string& path);
+    struct DropPlan {
+        enum class Kind { none, back, reorder, pin, stack, openFiles, trash } kind = Kind::none;
+        // The app moved or pinned, the folder stacked, or the tile that takes the files.
+        std::string path;
+        // Among the kept apps.
+        size_t index = 0;
+        std::vector<std::string> files;
+    };
+    [[nodiscard]] DropPlan planDrop(QPointF global, const QMimeData& data) const;
+    [[nodiscard]] size_t keptIndexAt(double axis) const;
+    void showDrop(const DropPlan& plan);
+    void settle();
+    [[nodiscard]] QPixmap tilePixmap(const DockRowItem& item) const;
     void askToEmptyTrash();
     [[nodiscard]] double shownFraction() const;
     void slide(double to);
@@ -218,6 +248,16 @@ private:
     QPointer<QMenu> menu_;
     QPointer<QMessageBox> question_;
     size_t trashItems_ = 0;
+    // Drag and drop: where the button went down, whether our own drag runs, whether its drop
+    // landed on the dock, the tile lit as a drop target, and the kept apps shown (with the room
+    // made for a drop among them).
+    std::optional<QPointF> pressedAt_;
+    bool dragging_ = false;
+    bool droppedHere_ = false;
+    std::string dropTarget_;
+    size_t keptShown_ = 0;
+    bool roomShown_ = false;
+    TimerHandle settleTimer_;
     std::map<std::string, DockBadge> badges_;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;

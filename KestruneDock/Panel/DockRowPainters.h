@@ -37,6 +37,10 @@ struct DockRowItem {
     bool full = false;
     // What the app shows beside its icon.
     DockBadge badge;
+    // Room kept for a tile being dragged in: nothing is drawn there.
+    bool placeholder = false;
+    // A drop here would go to this tile.
+    bool highlighted = false;
 };
 
 struct DockPaintContext {

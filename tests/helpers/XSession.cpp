@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "tests/helpers/TestSupport.h"
 
@@ -335,6 +336,23 @@ void XSession::click(int x, int y, int button)
     move(x, y);
     run({ "/usr/bin/xdotool", "click", std::to_string(button) });
 }
+
+void XSession::drag(int fromX, int fromY, int toX, int toY, bool release)
+{
+    move(fromX, fromY);
+    run({ "/usr/bin/xdotool", "mousedown", "1" });
+    constexpr int steps = 12;
+    for (int step = 1; step <= steps; ++step) {
+        move(fromX + (toX - fromX) * step / steps, fromY + (toY - fromY) * step / steps);
+        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+    }
+    // The drop target answers the last position before the button goes up.
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    if (release)
+        releaseButton();
+}
+
+void XSession::releaseButton() { run({ "/usr/bin/xdotool", "mouseup", "1" }); }
 
 void XSession::key(const std::string& keys) { run({ "/usr/bin/xdotool", "key", keys }); }
 

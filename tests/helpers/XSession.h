@@ -74,6 +74,10 @@ public:
     void move(int x, int y);
     // Button 1 is the left, 3 the right.
     void click(int x, int y, int button = 1);
+    // Presses the left button at one point, moves in steps to another (a drag needs motion to
+    // follow) and lets go there unless `release` is false.
+    void drag(int fromX, int fromY, int toX, int toY, bool release = true);
+    void releaseButton();
     // Types keys into the focused window, as xdotool names them ("Return").
     void key(const std::string& keys);
     void screenshot(const std::string& name);

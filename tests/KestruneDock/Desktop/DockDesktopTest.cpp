@@ -470,6 +470,58 @@ TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).width < bar.width; })) << "the tile stayed";
 }
 
+// The kept apps as stored, when they are stored as expected.
+bool storesKept(const DockHome& home, const std::vector<std::string>& names)
+{
+    nlohmann::json expected = nlohmann::json::array();
+    for (const auto& name : names)
+        expected.push_back(home.folder.file("share/applications/" + name + ".desktop"));
+    auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+    return stored.is_object() && stored["pinnedApps"] == expected;
+}
+
+TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
+    test::XRect bar = session.geometry(*window);
+    DockRowLayout layout;
+    layout.setPreferences(DockPreferences {});
+    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
+    auto centre = [&](size_t slot) { return bar.x + static_cast<int>(layout.frames()[slot].restingCenter); };
+    int row = 800 - bar.height / 2;
+
+    // Alpha over Gamma: the others make room, held, and it lands last when let go.
+    session.drag(centre(0), row, centre(2), row, false);
+    session.screenshot("desktop-drag-reorder-held");
+    session.releaseButton();
+    EXPECT_TRUE(test::eventually([&] { return storesKept(home, { "Beta", "Gamma", "Alpha" }); })) << home.preferencesText();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    session.screenshot("desktop-drag-reorder-landed");
+
+    // Beta, first now, dragged up off the dock and let go: gone from the dock.
+    session.drag(centre(0), row, 640, 300);
+    EXPECT_TRUE(test::eventually([&] { return storesKept(home, { "Gamma", "Alpha" }); })) << home.preferencesText();
+    std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    session.screenshot("desktop-drag-off-poof");
+    session.move(100, 100);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).width < bar.width; })) << "the tile stayed";
+
+    // Dragged off and brought back before letting go: nothing changes.
+    bar = session.geometry(*window);
+    session.drag(centre(0), row, 640, 300, false);
+    session.drag(640, 300, centre(0), row);
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_TRUE(storesKept(home, { "Gamma", "Alpha" })) << home.preferencesText();
+}
+
 TEST(DockDesktopMenus, EmptyTrashAsksFirstThenEmptiesTheUsersTrash)
 {
     XSession session(XSession::WindowManager::openbox);
