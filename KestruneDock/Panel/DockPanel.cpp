@@ -93,18 +93,25 @@ void DockPanel::mouseMoveEvent(QMouseEvent* event)
         controller_.pointerMoved(event->globalPosition());
 }
 
+QPointF DockPanel::dragPosition() const
+{
+    // The event's position is relative to the window as it stood when the drag moved; the
+    // window may have grown or rested since. Where the pointer is on the screen is what counts.
+    return QCursor::pos();
+}
+
 void DockPanel::dragEnterEvent(QDragEnterEvent* event)
 {
     // Entered even where nothing would take the drop, so that moves keep coming as it crosses
     // the row.
-    Qt::DropAction action = controller_.dragOver(mapToGlobal(event->position()), *event->mimeData());
+    Qt::DropAction action = controller_.dragOver(dragPosition(), *event->mimeData());
     event->setDropAction(action == Qt::IgnoreAction ? event->proposedAction() : action);
     event->accept();
 }
 
 void DockPanel::dragMoveEvent(QDragMoveEvent* event)
 {
-    Qt::DropAction action = controller_.dragOver(mapToGlobal(event->position()), *event->mimeData());
+    Qt::DropAction action = controller_.dragOver(dragPosition(), *event->mimeData());
     if (action == Qt::IgnoreAction) {
         event->ignore();
         return;
@@ -117,7 +124,7 @@ void DockPanel::dragLeaveEvent(QDragLeaveEvent*) { controller_.dragLeft(); }
 
 void DockPanel::dropEvent(QDropEvent* event)
 {
-    Qt::DropAction action = controller_.dropped(mapToGlobal(event->position()), *event->mimeData());
+    Qt::DropAction action = controller_.dropped(dragPosition(), *event->mimeData());
     if (action == Qt::IgnoreAction) {
         event->ignore();
         return;

@@ -32,6 +32,8 @@ protected:
     void leaveEvent(QEvent* event) override;
 
 private:
+    [[nodiscard]] QPointF dragPosition() const;
+
     DockPanelController& controller_;
     // The window's picture, painted in bands and copied out: see paintEvent.
     QImage frame_;

@@ -534,13 +534,14 @@ void DockPanelController::draggedTo(QPointF global)
 
 size_t DockPanelController::keptIndexAt(double axis) const
 {
-    // The kept tile under the pointer gives its place; past the last one, the end.
-    double halfGap = layout_.metrics().gap / 2;
+    // Before every kept tile whose middle lies past the pointer. The room made for the drop is
+    // not counted, so the pointer over it keeps it where it is.
+    size_t before = 0;
     for (size_t index = 0; index < keptShown_ && index < layout_.frames().size(); ++index) {
-        if (axis < layout_.frames()[index].tile.axisEnd() + halfGap)
-            return index;
+        if (!items_[index].placeholder && layout_.frames()[index].restingCenter < axis)
+            ++before;
     }
-    return keptShown_ - (roomShown_ ? 1 : 0);
+    return before;
 }
 
 DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, const QMimeData& data) const
@@ -560,6 +561,10 @@ DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, cons
         if (url.isLocalFile())
             plan.files.push_back(url.toLocalFile().toStdString());
     }
+    // Another program's data can come back empty at the drop: what the same drag offered on its
+    // way across the dock is used then.
+    if (plan.files.empty())
+        plan.files = dragFiles_;
     if (plan.files.empty())
         return plan;
     auto slot = layout_.hit(axis, depth);
@@ -605,6 +610,7 @@ Qt::DropAction DockPanelController::dragOver(QPointF global, const QMimeData& da
 {
     settleTimer_.cancel();
     auto plan = planDrop(global, data);
+    dragFiles_ = plan.files;
     showDrop(plan);
     switch (plan.kind) {
     case DropPlan::Kind::none: return Qt::IgnoreAction;
@@ -617,6 +623,7 @@ Qt::DropAction DockPanelController::dragOver(QPointF global, const QMimeData& da
 
 void DockPanelController::dragLeft()
 {
+    dragFiles_.clear();
     showDrop({});
     if (!dragging_)
         settle();
@@ -628,6 +635,7 @@ Qt::DropAction DockPanelController::dropped(QPointF global, const QMimeData& dat
     Qt::DropAction action = dragOver(global, data);
     droppedHere_ = true;
     dropTarget_.clear();
+    dragFiles_.clear();
     switch (plan.kind) {
     case DropPlan::Kind::reorder: {
         const auto& kept = store_.pinnedItems();

@@ -255,6 +255,7 @@ private:
     bool dragging_ = false;
     bool droppedHere_ = false;
     std::string dropTarget_;
+    std::vector<std::string> dragFiles_;
     size_t keptShown_ = 0;
     bool roomShown_ = false;
     TimerHandle settleTimer_;

@@ -498,8 +498,8 @@ TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
     auto centre = [&](size_t slot) { return bar.x + static_cast<int>(layout.frames()[slot].restingCenter); };
     int row = 800 - bar.height / 2;
 
-    // Alpha over Gamma: the others make room, held, and it lands last when let go.
-    session.drag(centre(0), row, centre(2), row, false);
+    // Alpha over Gamma's far half: the others make room, held, and it lands last when let go.
+    session.drag(centre(0), row, centre(2) + 15, row, false);
     session.screenshot("desktop-drag-reorder-held");
     session.releaseButton();
     EXPECT_TRUE(test::eventually([&] { return storesKept(home, { "Beta", "Gamma", "Alpha" }); })) << home.preferencesText();
@@ -520,6 +520,93 @@ TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
     session.drag(640, 300, centre(0), row);
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     EXPECT_TRUE(storesKept(home, { "Gamma", "Alpha" })) << home.preferencesText();
+}
+
+// Drags the files from another program's window onto a point of the dock and lets go there.
+void dropFromAnotherProgram(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x, int y,
+                            const std::string& screenshot = {})
+{
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_DRAG_SOURCE;
+    options.arguments = { "40", "40" };
+    options.arguments.insert(options.arguments.end(), files.begin(), files.end());
+    options.environment = environment;
+    options.output = ChildStream::pipe;
+    options.error = ChildStream::nullDevice;
+    auto source = test::spawn(options);
+    std::string said;
+    ASSERT_TRUE(readUntil(source->outputFd(), said, "mapped\n"));
+    ASSERT_TRUE(session.waitForClient(source->pid(), 10));
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    session.drag(100, 100, x, y, screenshot.empty());
+    if (!screenshot.empty()) {
+        session.screenshot(screenshot);
+        session.releaseButton();
+    }
+    EXPECT_TRUE(readUntil(source->outputFd(), said, "dropped")) << said;
+    source->signal(SIGTERM);
+    source->wait();
+}
+
+TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhereTheyShould)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    home.folder.write("share/applications/Delta.desktop", "[Desktop Entry]\nType=Application\nName=Delta\nExec=/bin/true\n");
+    // Gamma opens plain text, and says which file it was given.
+    home.folder.write("share/applications/Gamma.desktop",
+        "[Desktop Entry]\nType=Application\nName=Gamma\nMimeType=text/plain;\nExec=/bin/sh -c 'echo \"$1\" > " + home.folder.file("opened")
+            + "' sh %f\n");
+    home.folder.write("Documents/notes.txt", "notes\n");
+    home.folder.write("Documents/letter.txt", "letter\n");
+    home.folder.write("Projects/plan.txt", "plan\n");
+    // The system's data too, for the types of files (shared-mime-info).
+    Environment environment = home.environment(session, { { "XDG_DATA_DIRS", home.folder.file("share") + ":/usr/share" } });
+    auto dock = startDock(environment);
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
+    int row = 800 - session.geometry(*window).height / 2;
+    // Where a slot's centre is on the screen, for a row of these slots.
+    auto centre = [&](std::vector<DockSlotKind> kinds, size_t slot) {
+        std::vector<DockRowSlot> slots;
+        for (auto kind : kinds)
+            slots.push_back({ kind });
+        DockRowLayout layout;
+        layout.setPreferences(DockPreferences {});
+        layout.setSlots(slots);
+        return 640 - static_cast<int>(layout.restingLength() / 2) + static_cast<int>(layout.frames()[slot].restingCenter);
+    };
+    using K = DockSlotKind;
+
+    // An application's entry dropped on Beta's first half: kept before it, Beta and Gamma making room.
+    dropFromAnotherProgram(session, environment, { home.folder.file("share/applications/Delta.desktop") },
+        centre({ K::app, K::app, K::app, K::divider, K::trash }, 1) - 15, row, "desktop-drop-entry-held");
+    EXPECT_TRUE(test::eventually([&] { return storesKept(home, { "Alpha", "Delta", "Beta", "Gamma" }); })) << home.preferencesText();
+
+    // A folder: a stack.
+    std::vector<K> withFour { K::app, K::app, K::app, K::app, K::divider, K::trash };
+    dropFromAnotherProgram(session, environment, { home.folder.file("Projects") }, centre(withFour, 0), row);
+    EXPECT_TRUE(test::eventually([&] {
+        auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+        return stored.is_object() && stored["stacks"] == nlohmann::json::array({ home.folder.file("Projects") });
+    })) << home.preferencesText();
+
+    // Text on Gamma, which opens it; on Alpha, which does not, nothing happens.
+    std::vector<K> withStack { K::app, K::app, K::app, K::app, K::divider, K::stack, K::trash };
+    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 0), row);
+    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 3), row,
+        "desktop-drop-file-on-app");
+    EXPECT_TRUE(test::eventually([&] { return test::readFile(home.folder.file("opened")) == home.folder.file("Documents/letter.txt") + "\n"; }));
+
+    // A file on the trash: in the user's trash, with where it came from.
+    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/notes.txt") }, centre(withStack, 6), row,
+        "desktop-drop-file-on-trash");
+    EXPECT_TRUE(test::eventually([&] { return std::filesystem::exists(home.folder.file("data/Trash/files/notes.txt")); }));
+    EXPECT_FALSE(std::filesystem::exists(home.folder.file("Documents/notes.txt")));
+    EXPECT_NE(test::readFile(home.folder.file("data/Trash/info/notes.txt.trashinfo")).find("Path="), std::string::npos);
 }
 
 TEST(DockDesktopMenus, EmptyTrashAsksFirstThenEmptiesTheUsersTrash)
