@@ -15,6 +15,8 @@
 
 #include "KestruneDock/App/ApplicationsMenuEntry.h"
 #include "KestruneDock/App/LoginItem.h"
+#include "KestruneDock/App/SettingsWindow.h"
+#include "KestruneDock/App/WelcomeWindow.h"
 #include "KestruneDock/App/MenuBarIcon.h"
 #include "KestruneDock/App/QtRuntime.h"
 #include "KestruneDock/App/SignalWatch.h"
@@ -52,6 +54,9 @@ AppDelegate::~AppDelegate()
 {
     applicationWillTerminate();
     // Views before the stores they read, stores before the services they use.
+    if (preferences_ && menuBarIconWatch_)
+        preferences_->removeObserver(menuBarIconWatch_);
+    welcome_.reset();
     settingsWindow_.reset();
     sessionWatch_.reset();
     launcherEntries_.reset();
@@ -85,8 +90,11 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
 
     // 2. One dock per session: a later launch hands over to the first and leaves at once.
     auto claim = SingleInstance::claim(SingleInstance::folder(environment, home));
+    // `--settings` asks for the settings window, of the running dock or of this one.
+    bool settingsArgument = std::find(arguments_.begin(), arguments_.end(), settingsOption) != arguments_.end();
     if (claim.role == SingleInstance::Role::duplicate) {
-        if (!SingleInstance::send(claim.socketPath, SingleInstance::reopenMessage))
+        auto message = settingsArgument ? SingleInstance::openSettingsMessage : SingleInstance::reopenMessage;
+        if (!SingleInstance::send(claim.socketPath, message))
             std::fprintf(stderr, "kestrune-dock: another Kestrune Dock is running but did not answer\n");
         return 0;
     }
@@ -135,8 +143,8 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     if (dockGuard_ && !welcomeFinished)
         dockGuard_->restore();
 
-    // 9. Take the system dock out of the way.
-    if (dockGuard_)
+    // 9. Take the system dock out of the way, once the welcome is behind us.
+    if (dockGuard_ && welcomeFinished)
         dockGuard_->hide();
 
     // 10. The dock panel.
@@ -155,14 +163,26 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
         });
     });
     dockController_->setTrashItems(trash_->count());
-    dockController_->show();
+    if (welcomeFinished) {
+        dockController_->show();
+    } else {
+        // The dock waits, out of sight, behind the welcome.
+        dockController_->orderOut(true);
+        welcome_ = std::make_unique<WelcomeWindow>([this] { runtime_->post([this] { finishWelcome(); }); });
+        windows_.push_back(welcome_.get());
+        welcome_->show();
+    }
 
-    // 11. The menu-bar icon.
-    menuBarIcon_ = std::make_unique<MenuBarIcon>(MenuBarIcon::Actions {
-        [this] { openSettings(); },
-        [this] { showAbout(); },
-        [] { QCoreApplication::quit(); },
+    // 11. The menu-bar icon, unless the user put it away.
+    loginEntryPath_ = LoginItem::entryPath(environment, home);
+    showMenuBarIcon(preferences_->boolValue(SettingsWindow::showMenuBarIconKey).value_or(true));
+    menuBarIconWatch_ = preferences_->addObserver([this](const std::string& key) {
+        if (key == SettingsWindow::showMenuBarIconKey)
+            showMenuBarIcon(preferences_->boolValue(SettingsWindow::showMenuBarIconKey).value_or(true));
     });
+
+    if (settingsArgument)
+        runtime_->post([this] { openSettings(); });
 
     // 13. The observers: "openSettings" and "reopen" arrive on the instance's socket (from the
     // tray, a second launch or another process), "kestrune.prepareDockToRise" from the welcome.
@@ -229,6 +249,35 @@ void AppDelegate::received(const std::string& message)
         openSettings();
     else if (message == "kestrune.prepareDockToRise" && dockController_)
         dockController_->prepareToRise();
+    else if (message == "kestrune.loginItemChanged")
+        loginItemRegistered_ = LoginItem::isRegistered(loginEntryPath_);
+}
+
+void AppDelegate::finishWelcome()
+{
+    if (!welcome_)
+        return;
+    std::erase(windows_, welcome_.get());
+    welcome_->hide();
+    welcome_.release()->deleteLater();
+    preferences_->set(welcomeFinishedKey, true);
+    preferences_->synchronize();
+    if (dockGuard_)
+        dockGuard_->hide();
+    received("kestrune.prepareDockToRise");
+}
+
+void AppDelegate::showMenuBarIcon(bool shown)
+{
+    if (shown && !menuBarIcon_) {
+        menuBarIcon_ = std::make_unique<MenuBarIcon>(MenuBarIcon::Actions {
+            [this] { openSettings(); },
+            [this] { showAbout(); },
+            [] { QCoreApplication::quit(); },
+        });
+    } else if (!shown) {
+        menuBarIcon_.reset();
+    }
 }
 
 void AppDelegate::reopen()
@@ -246,25 +295,25 @@ void AppDelegate::reopen()
         settingsWindow_->raise();
         settingsWindow_->activateWindow();
     }
+    // With no window open and no icon beside the clock, a second launch is how to reach the
+    // settings: they open.
+    bool anyShown = std::any_of(windows_.begin(), windows_.end(), [](QWidget* window) { return window->isVisible(); });
+    if (!anyShown && !menuBarIcon_)
+        openSettings();
     std::fprintf(stderr, "kestrune-dock: reopen\n");
 }
 
 void AppDelegate::openSettings()
 {
     if (!settingsWindow_) {
-        settingsWindow_ = std::make_unique<QWidget>();
-        settingsWindow_->setWindowTitle(QStringLiteral("Kestrune Dock Settings"));
-        auto* layout = new QVBoxLayout(settingsWindow_.get());
-        auto* text = new QLabel(QStringLiteral(
-            "The settings window is on its way.\nUntil then, the dock’s settings are kept in\n%1")
-                .arg(QString::fromStdString(JSONFilePreferences::folder() + "/" + bundleIdentifier + ".json")));
-        text->setTextInteractionFlags(Qt::TextSelectableByMouse);
-        layout->addWidget(text);
+        SettingsWindow::Setup setup;
+        setup.loginEntryPath = loginEntryPath_;
+        setup.executable = QCoreApplication::applicationFilePath().toStdString();
+        setup.notify = [this](const std::string& name) { received(name); };
+        settingsWindow_ = std::make_unique<SettingsWindow>(*preferences_, std::move(setup));
         windows_.push_back(settingsWindow_.get());
     }
-    settingsWindow_->show();
-    settingsWindow_->raise();
-    settingsWindow_->activateWindow();
+    settingsWindow_->showPage(SettingsWindow::Page::dock);
 }
 
 void AppDelegate::showAbout()

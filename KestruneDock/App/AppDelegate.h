@@ -44,7 +44,9 @@ class QtRuntime;
 class SessionWatch;
 class SignalWatch;
 class SingleInstance;
+class SettingsWindow;
 class SystemDockHandover;
+class WelcomeWindow;
 class TileRaster;
 class Workspace;
 
@@ -53,6 +55,7 @@ public:
     static constexpr const char* bundleIdentifier = "app.quillane.dock";
     static constexpr const char* relaunchMarkKey = "kestrune.launch.relaunchMarkedAt";
     static constexpr const char* welcomeFinishedKey = "welcomeFinished";
+    static constexpr std::string_view settingsOption = "--settings";
 
     explicit AppDelegate(std::vector<std::string> arguments);
     ~AppDelegate();
@@ -78,6 +81,8 @@ private:
     void received(const std::string& message);
     [[nodiscard]] DockDesktopServices desktopServices(const Environment& environment, const std::string& home);
     void showAbout();
+    void finishWelcome();
+    void showMenuBarIcon(bool shown);
 
     std::vector<std::string> arguments_;
     Date launchTime_;
@@ -102,7 +107,10 @@ private:
     std::unique_ptr<DockPanelController> dockController_;
     std::unique_ptr<DesktopTrash> trash_;
     std::unique_ptr<MenuBarIcon> menuBarIcon_;
-    std::unique_ptr<QWidget> settingsWindow_;
+    std::unique_ptr<SettingsWindow> settingsWindow_;
+    std::unique_ptr<WelcomeWindow> welcome_;
+    uint64_t menuBarIconWatch_ = 0;
+    std::string loginEntryPath_;
     std::unique_ptr<SessionWatch> sessionWatch_;
     std::unique_ptr<DisplaySleepWatch> displaySleepWatch_;
     std::unique_ptr<LauncherEntryWatch> launcherEntries_;

@@ -1,6 +1,13 @@
 #include "KestruneDock/App/LoginItem.h"
 
+#include <cerrno>
+#include <cstring>
 #include <fstream>
+
+#include <unistd.h>
+
+#include "KestruneDock/App/ApplicationsMenuEntry.h"
+#include "KestruneKit/Core/AtomicFile.h"
 
 namespace kestrune {
 
@@ -33,6 +40,30 @@ bool LoginItem::isRegistered(const std::string& entryPath)
             return false;
     }
     return true;
+}
+
+std::string LoginItem::setRegistered(const std::string& entryPath, const std::string& executable, bool registered)
+{
+    if (!registered) {
+        if (::unlink(entryPath.c_str()) != 0 && errno != ENOENT)
+            return std::strerror(errno);
+        return {};
+    }
+    std::string text = "[Desktop Entry]\n"
+                       "Type=Application\n"
+                       "Name=Kestrune Dock\n"
+                       "Comment=A dock with live widgets for developers\n"
+                       "Exec="
+        + ApplicationsMenuEntry::execValue(executable) + " " + std::string(loginArgument)
+        + "\n"
+          "Icon=app.quillane.dock\n"
+          "Terminal=false\n"
+          "X-GNOME-Autostart-enabled=true\n";
+    if (!createFolders(parentFolder(entryPath)))
+        return std::strerror(errno);
+    if (auto failed = writeFileAtomically(entryPath, text, 0644))
+        return std::strerror(*failed);
+    return {};
 }
 
 } // namespace kestrune

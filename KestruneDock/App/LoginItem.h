@@ -19,6 +19,9 @@ struct LoginItem {
     [[nodiscard]] static std::string entryPath(const Environment& environment, const std::string& home);
     // Exists, and says neither Hidden=true nor X-GNOME-Autostart-enabled=false.
     [[nodiscard]] static bool isRegistered(const std::string& entryPath);
+    // Writes the entry (atomically) to start `executable` with `--at-login`, or removes it: the
+    // problem met, or empty.
+    [[nodiscard]] static std::string setRegistered(const std::string& entryPath, const std::string& executable, bool registered);
 };
 
 } // namespace kestrune

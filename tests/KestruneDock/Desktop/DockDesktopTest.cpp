@@ -35,6 +35,8 @@ public:
             folder.file("share/applications/Gamma.desktop") };
         // Not asked to be added to the applications menu, but in the test about that.
         preferences["kestrune.launch.applicationsMenuDeclined"] = true;
+        // Past the welcome, but in the test about it.
+        preferences["welcomeFinished"] = true;
         folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
         ::mkdir(folder.file("run").c_str(), 0700);
     }
@@ -681,6 +683,81 @@ TEST(DockDesktopLifecycle, OffersToJoinTheApplicationsMenuBesideTheDockAndAddsIt
     for (xcb_window_t window : session.clients())
         windows += session.cardinals(window, "_NET_WM_PID") == std::vector<uint32_t> { static_cast<uint32_t>(again->pid()) };
     EXPECT_EQ(windows, 1u) << "asked again with the entry in place";
+}
+
+TEST(DockDesktopLifecycle, TheWelcomeHoldsTheDockUntilGetStarted)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences.erase("welcomeFinished");
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto welcome = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_NORMAL");
+    ASSERT_TRUE(welcome) << "no welcome";
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    session.screenshot("desktop-welcome");
+    for (xcb_window_t window : session.clients())
+        EXPECT_NE(session.atoms(window, "_NET_WM_WINDOW_TYPE"), std::vector<std::string> { "_NET_WM_WINDOW_TYPE_DOCK" })
+            << "the dock shows behind the welcome";
+
+    // "Get Started" has the focus.
+    session.key("Return");
+    EXPECT_TRUE(restingDock(session, *dock)) << "the dock did not rise after the welcome";
+    EXPECT_TRUE(test::eventually([&] { return nlohmann::json::parse(home.preferencesText(), nullptr, false).value("welcomeFinished", false); }));
+    session.screenshot("desktop-welcome-finished");
+
+    // Once answered, it is never asked again.
+    dock->signal(SIGTERM);
+    dock->wait();
+    auto again = startDock(home.environment(session));
+    ASSERT_TRUE(again);
+    EXPECT_TRUE(restingDock(session, *again));
+    EXPECT_FALSE(session.waitForClient(again->pid(), 2, "_NET_WM_WINDOW_TYPE_NORMAL"));
+}
+
+TEST(DockDesktopLifecycle, TheSettingsWindowChangesTheIconSizeAndTheDockFollows)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    test::XRect before = session.geometry(*window);
+
+    // A second launch with --settings opens the running dock's settings, on the Dock page.
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_DOCK;
+    options.arguments = { "--settings" };
+    options.environment = home.environment(session);
+    options.output = options.error = ChildStream::nullDevice;
+    EXPECT_TRUE(test::spawn(options)->wait().succeeded());
+    auto settings = session.waitForClient(dock->pid(), 20, "_NET_WM_WINDOW_TYPE_NORMAL");
+    ASSERT_TRUE(settings) << "no settings window";
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    session.screenshot("desktop-settings-dock");
+
+    // From the page list to the size slider, then ten points larger.
+    session.key("Tab");
+    session.key("Page_Up");
+    EXPECT_TRUE(test::eventually([&] {
+        auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+        return stored.is_object() && stored.value("iconSize", 0.0) == 62.0;
+    })) << home.preferencesText();
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height > before.height; })) << "the dock kept its size";
+    session.screenshot("desktop-settings-bigger");
+
+    // A change made elsewhere shows in the window: the dock follows too.
+    auto stored = nlohmann::json::parse(home.preferencesText());
+    stored["iconSize"] = 40.0;
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", stored.dump(2));
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height < before.height; }));
 }
 
 TEST(DockDesktopLifecycle, ASecondLaunchLeavesOneDockAndTheFirstReopens)
