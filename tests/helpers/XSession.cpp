@@ -346,8 +346,13 @@ void XSession::drag(int fromX, int fromY, int toX, int toY, bool release)
         move(fromX + (toX - fromX) * step / steps, fromY + (toY - fromY) * step / steps);
         std::this_thread::sleep_for(std::chrono::milliseconds(40));
     }
-    // The drop target answers the last position before the button goes up.
-    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    // Each position waits for the target's answer to the one before; a last small move, once
+    // the others are answered, is what the drop goes by.
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    move(toX + 1, toY);
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    move(toX, toY);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
     if (release)
         releaseButton();
 }

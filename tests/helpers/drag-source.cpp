@@ -1,7 +1,7 @@
 // Another program's window that drags files, for the desktop tests: a 120×120 window at X Y
 // (user placed) that prints "mapped" once shown and, on a press, drags the given files as a
-// `text/uri-list`, as a file manager does; it prints the action the drop ended with ("copy",
-// "move", "link" or "none") and goes on.
+// `text/uri-list`, as a file manager does; it prints the action the drop ended with ("copy-drop",
+// "move-drop", "link-drop" or "none-drop") and goes on.
 //
 //   kestrune-drag-source X Y FILE...
 
@@ -41,7 +41,7 @@ protected:
         drag->setMimeData(data);
         Qt::DropAction action = drag->exec(Qt::CopyAction | Qt::MoveAction | Qt::LinkAction, Qt::CopyAction);
         const char* said = action == Qt::CopyAction ? "copy" : action == Qt::MoveAction ? "move" : action == Qt::LinkAction ? "link" : "none";
-        std::printf("dropped %s\n", said);
+        std::printf("%s-drop\n", said);
         std::fflush(stdout);
     }
 

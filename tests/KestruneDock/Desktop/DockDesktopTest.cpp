@@ -524,9 +524,10 @@ TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
     EXPECT_TRUE(storesKept(home, { "Gamma", "Alpha" })) << home.preferencesText();
 }
 
-// Drags the files from another program's window onto a point of the dock and lets go there.
-void dropFromAnotherProgram(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x, int y,
-                            const std::string& screenshot = {})
+// Drags the files from another program's window onto a point of the dock and lets go there;
+// returns the action the drop ended with, as the other program saw it.
+std::string dropFromAnotherProgram(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x,
+                                   int y, const std::string& screenshot = {})
 {
     ChildProcessOptions options;
     options.executable = KESTRUNE_DRAG_SOURCE;
@@ -537,17 +538,35 @@ void dropFromAnotherProgram(XSession& session, const Environment& environment, c
     options.error = ChildStream::nullDevice;
     auto source = test::spawn(options);
     std::string said;
-    ASSERT_TRUE(readUntil(source->outputFd(), said, "mapped\n"));
-    ASSERT_TRUE(session.waitForClient(source->pid(), 10));
+    EXPECT_TRUE(readUntil(source->outputFd(), said, "mapped\n"));
+    EXPECT_TRUE(session.waitForClient(source->pid(), 10));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
     session.drag(100, 100, x, y, screenshot.empty());
     if (!screenshot.empty()) {
         session.screenshot(screenshot);
         session.releaseButton();
     }
-    EXPECT_TRUE(readUntil(source->outputFd(), said, "dropped")) << said;
+    EXPECT_TRUE(readUntil(source->outputFd(), said, "-drop\n")) << said;
     source->signal(SIGTERM);
     source->wait();
+    auto end = said.find("-drop\n");
+    auto start = end == std::string::npos ? end : said.rfind('\n', end);
+    return end == std::string::npos ? std::string() : said.substr(start + 1, end - start - 1);
+}
+
+// A drop the dock should take, with what shows that it did. Under a loaded machine the X server
+// now and then loses a synthetic drop between two programs (the source reports it taken, the
+// target never hears of it): the drag is then made again, at most twice more.
+void dropTaken(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x, int y,
+               const std::function<bool()>& landed, const std::string& screenshot = {})
+{
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        std::string action = dropFromAnotherProgram(session, environment, files, x, y, attempt == 0 ? screenshot : std::string());
+        EXPECT_NE(action, "none") << "the dock refused the drop";
+        if (test::eventually(landed, 5))
+            return;
+    }
+    ADD_FAILURE() << "three drops at " << x << "," << y << " and none landed";
 }
 
 TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhereTheyShould)
@@ -584,29 +603,28 @@ TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhe
     using K = DockSlotKind;
 
     // An application's entry dropped on Beta's first half: kept before it, Beta and Gamma making room.
-    dropFromAnotherProgram(session, environment, { home.folder.file("share/applications/Delta.desktop") },
-        centre({ K::app, K::app, K::app, K::divider, K::trash }, 1) - 15, row, "desktop-drop-entry-held");
-    EXPECT_TRUE(test::eventually([&] { return storesKept(home, { "Alpha", "Delta", "Beta", "Gamma" }); })) << home.preferencesText();
+    dropTaken(session, environment, { home.folder.file("share/applications/Delta.desktop") },
+        centre({ K::app, K::app, K::app, K::divider, K::trash }, 1) - 15, row,
+        [&] { return storesKept(home, { "Alpha", "Delta", "Beta", "Gamma" }); }, "desktop-drop-entry-held");
+    EXPECT_TRUE(storesKept(home, { "Alpha", "Delta", "Beta", "Gamma" })) << home.preferencesText();
 
     // A folder: a stack.
     std::vector<K> withFour { K::app, K::app, K::app, K::app, K::divider, K::trash };
-    dropFromAnotherProgram(session, environment, { home.folder.file("Projects") }, centre(withFour, 0), row);
-    EXPECT_TRUE(test::eventually([&] {
+    dropTaken(session, environment, { home.folder.file("Projects") }, centre(withFour, 0), row, [&] {
         auto stored = nlohmann::json::parse(home.preferencesText(), nullptr, false);
         return stored.is_object() && stored["stacks"] == nlohmann::json::array({ home.folder.file("Projects") });
-    })) << home.preferencesText();
+    });
 
     // Text on Gamma, which opens it; on Alpha, which does not, nothing happens.
     std::vector<K> withStack { K::app, K::app, K::app, K::app, K::divider, K::stack, K::trash };
-    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 0), row);
-    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 3), row,
+    EXPECT_EQ(dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 0), row), "none");
+    dropTaken(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 3), row,
+        [&] { return test::readFile(home.folder.file("opened")) == home.folder.file("Documents/letter.txt") + "\n"; },
         "desktop-drop-file-on-app");
-    EXPECT_TRUE(test::eventually([&] { return test::readFile(home.folder.file("opened")) == home.folder.file("Documents/letter.txt") + "\n"; }));
 
     // A file on the trash: in the user's trash, with where it came from.
-    dropFromAnotherProgram(session, environment, { home.folder.file("Documents/notes.txt") }, centre(withStack, 6), row,
-        "desktop-drop-file-on-trash");
-    EXPECT_TRUE(test::eventually([&] { return std::filesystem::exists(home.folder.file("data/Trash/files/notes.txt")); }));
+    dropTaken(session, environment, { home.folder.file("Documents/notes.txt") }, centre(withStack, 6), row,
+        [&] { return std::filesystem::exists(home.folder.file("data/Trash/files/notes.txt")); }, "desktop-drop-file-on-trash");
     EXPECT_FALSE(std::filesystem::exists(home.folder.file("Documents/notes.txt")));
     EXPECT_NE(test::readFile(home.folder.file("data/Trash/info/notes.txt.trashinfo")).find("Path="), std::string::npos);
 }
