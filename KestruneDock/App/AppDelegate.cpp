@@ -155,6 +155,16 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
     dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);
     dockController_->setDesktopServices(desktopServices(environment, home));
+    if (windowWatch_) {
+        auto follow = [this] {
+            if (!dockController_ || !windowWatch_)
+                return;
+            dockController_->setDemandingAttention(windowWatch_->demandingAttention());
+            dockController_->setFullScreenActive(windowWatch_->activeIsFullScreen());
+        };
+        windowWatch_->setChanged(follow);
+        follow();
+    }
     // The trash's watch calls from its own thread; the tile is the main thread's.
     trash_ = std::make_unique<DesktopTrash>(DesktopTrash::folderFor(environment, home), [this] {
         runtime_->post([this] {

@@ -22,6 +22,10 @@ struct DesktopWindow {
     uint32_t window = 0;
     int64_t pid = 0;
     WindowFacts facts;
+    // From _NET_WM_STATE, followed as it changes.
+    bool demandsAttention = false;
+    bool fullScreen = false;
+    bool minimized = false;
 };
 
 // The path that stands for the app of a window no desktop entry claims: "window:" and its class.

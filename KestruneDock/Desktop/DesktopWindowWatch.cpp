@@ -51,6 +51,30 @@ void DesktopWindowWatch::update()
     }
     if (running != workspace_.runningApplications())
         workspace_.setRunningApplications(std::move(running));
+    if (changed_)
+        changed_();
+}
+
+std::set<std::string> DesktopWindowWatch::demandingAttention() const
+{
+    std::set<uint32_t> asking;
+    for (const DesktopWindow& client : windows_->clients())
+        if (client.demandsAttention)
+            asking.insert(client.window);
+    std::set<std::string> paths;
+    for (const auto& application : applications_)
+        if (std::any_of(application.windows.begin(), application.windows.end(), [&](uint32_t window) { return asking.contains(window); }))
+            paths.insert(application.path);
+    return paths;
+}
+
+bool DesktopWindowWatch::activeIsFullScreen() const
+{
+    auto active = windows_->activeWindow();
+    const auto& clients = windows_->clients();
+    return active && std::any_of(clients.begin(), clients.end(), [&](const DesktopWindow& client) {
+        return client.window == *active && client.fullScreen && !client.minimized;
+    });
 }
 
 void DesktopWindowWatch::readIcon(const DesktopApplication& application)

@@ -8,6 +8,7 @@
 //
 // Main thread only.
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -36,6 +37,12 @@ public:
 
     [[nodiscard]] bool isWatching() const;
     [[nodiscard]] const std::vector<DesktopApplication>& applications() const { return applications_; }
+    // Apps with a window asking for attention.
+    [[nodiscard]] std::set<std::string> demandingAttention() const;
+    // Whether the active window fills its screen.
+    [[nodiscard]] bool activeIsFullScreen() const;
+    // Told after the windows or their states changed.
+    void setChanged(std::function<void()> changed) { changed_ = std::move(changed); }
     // An app's windows, oldest first, with their titles.
     [[nodiscard]] std::vector<std::pair<uint32_t, std::string>> windows(const std::string& path) const;
     void activateWindow(uint32_t window);
@@ -57,6 +64,7 @@ private:
     std::optional<Date> entriesRead_;
     std::map<std::string, std::string> iconFiles_;
     std::set<uint32_t> iconsAsked_;
+    std::function<void()> changed_;
 };
 
 } // namespace kestrune

@@ -139,9 +139,19 @@ bool X11WindowList::nativeEventFilter(const QByteArray& eventType, void* message
     if ((event->response_type & 0x7f) != XCB_PROPERTY_NOTIFY)
         return false;
     auto* notify = static_cast<xcb_property_notify_event_t*>(message);
-    if (notify->window != root_)
-        return false;
     xcb_connection_t* c = connection();
+    if (notify->window != root_) {
+        // A client's state: attention asked for or given up, full screen, minimized.
+        auto known = known_.find(notify->window);
+        if (known == known_.end() || known->second.window == 0 || notify->atom != atom(c, "_NET_WM_STATE"))
+            return false;
+        readStates(known->second);
+        for (DesktopWindow& client : clients_)
+            if (client.window == notify->window)
+                client = known->second;
+        changed_();
+        return false;
+    }
     if (notify->atom == atom(c, "_NET_CLIENT_LIST")) {
         readClientList();
         changed_();
@@ -203,6 +213,10 @@ std::optional<DesktopWindow> X11WindowList::readClient(uint32_t window)
     if (std::find(states.begin(), states.end(), atom(c, "_NET_WM_STATE_SKIP_TASKBAR")) != states.end())
         return DesktopWindow {};
     client.window = window;
+    readStates(client);
+    // Its state changes come to us from now on (masks are per client: the window's own stay).
+    uint32_t mask = XCB_EVENT_MASK_PROPERTY_CHANGE;
+    xcb_change_window_attributes(c, window, XCB_CW_EVENT_MASK, &mask);
     client.facts.gtkApplicationId = property(c, window, atom(c, "_GTK_APPLICATION_ID"));
     client.facts.kdeDesktopFile = property(c, window, atom(c, "_KDE_NET_WM_DESKTOP_FILE"));
     std::string wmClass = property(c, window, XCB_ATOM_WM_CLASS);
@@ -215,6 +229,16 @@ std::optional<DesktopWindow> X11WindowList::readClient(uint32_t window)
         client.facts.executable = executableOf(client.pid);
     }
     return client;
+}
+
+void X11WindowList::readStates(DesktopWindow& client)
+{
+    xcb_connection_t* c = connection();
+    auto states = words(property(c, client.window, atom(c, "_NET_WM_STATE")));
+    auto has = [&](const char* name) { return std::find(states.begin(), states.end(), atom(c, name)) != states.end(); };
+    client.demandsAttention = has("_NET_WM_STATE_DEMANDS_ATTENTION");
+    client.fullScreen = has("_NET_WM_STATE_FULLSCREEN");
+    client.minimized = has("_NET_WM_STATE_HIDDEN");
 }
 
 std::vector<uint32_t> X11WindowList::byRecentUse() const

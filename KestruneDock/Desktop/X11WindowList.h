@@ -64,6 +64,7 @@ public:
 private:
     void readClientList();
     void readActiveWindow();
+    void readStates(DesktopWindow& client);
     [[nodiscard]] std::optional<DesktopWindow> readClient(uint32_t window);
 
     std::function<void()> changed_;

@@ -97,6 +97,8 @@ void DockPanelController::reload()
             item.launching = store_.launching().contains(app.url);
             if (auto badge = badges_.find(app.url); badge != badges_.end())
                 item.badge = badge->second;
+            // A window asking for attention hops its tile as an urgent badge does.
+            item.badge.urgent = item.badge.urgent || attention_.contains(app.url);
         }
     };
     // While a tile is dragged over the kept apps, it stands where it would land, drawn by the
@@ -202,7 +204,9 @@ void DockPanelController::show()
     heldDown_ = false;
     shown_ = true;
     place();
-    panel_->show();
+    // Behind a full-screen window it waits to come back.
+    if (!steppedAside_)
+        panel_->show();
     scheduleHide();
     // The label's font is loaded once the dock is up, not on the first hover: loading it reads
     // the font configuration, which would hold up the first frames of the magnification.
@@ -222,6 +226,34 @@ void DockPanelController::orderOut(bool heldDown)
     if (trigger_)
         trigger_->remove();
     panel_->hide();
+}
+
+void DockPanelController::setDemandingAttention(std::set<std::string> paths)
+{
+    if (paths == attention_)
+        return;
+    attention_ = std::move(paths);
+    reload();
+    panel_->update();
+}
+
+void DockPanelController::setFullScreenActive(bool fullScreen)
+{
+    if (fullScreen == steppedAside_)
+        return;
+    steppedAside_ = fullScreen;
+    if (!shown_)
+        return;
+    if (steppedAside_) {
+        hideTimer_.cancel();
+        if (trigger_)
+            trigger_->remove();
+        panel_->hide();
+    } else {
+        place();
+        panel_->show();
+        scheduleHide();
+    }
 }
 
 void DockPanelController::prepareToRise()

@@ -17,6 +17,7 @@
 
 #include <functional>
 #include <map>
+#include <set>
 #include <string>
 #include <memory>
 #include <optional>
@@ -134,6 +135,11 @@ public:
     // hops until it is no longer.
     void setBadge(const std::string& path, const DockBadge& badge);
     [[nodiscard]] size_t trashItems() const { return trashItems_; }
+    // Apps with a window asking for attention: their tiles hop until it is given.
+    void setDemandingAttention(std::set<std::string> paths);
+    // While the active window fills the screen the dock steps aside, and comes back after.
+    void setFullScreenActive(bool fullScreen);
+    [[nodiscard]] bool isSteppedAside() const { return steppedAside_; }
     // The question emptying the trash asks, while it is open.
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
     // The menu open now, if any.
@@ -260,6 +266,8 @@ private:
     bool roomShown_ = false;
     TimerHandle settleTimer_;
     std::map<std::string, DockBadge> badges_;
+    std::set<std::string> attention_;
+    bool steppedAside_ = false;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;

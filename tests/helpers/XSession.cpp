@@ -301,6 +301,21 @@ void XSession::closeWindow(xcb_window_t window)
     xcb_flush(connection_);
 }
 
+void XSession::setState(xcb_window_t window, const std::string& state, bool on)
+{
+    xcb_client_message_event_t event {};
+    event.response_type = XCB_CLIENT_MESSAGE;
+    event.format = 32;
+    event.window = window;
+    event.type = atom("_NET_WM_STATE");
+    event.data.data32[0] = on ? 1 : 0;
+    event.data.data32[1] = atom(state.c_str());
+    event.data.data32[3] = 2;
+    xcb_send_event(connection_, 0, root_, XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+        reinterpret_cast<const char*>(&event));
+    xcb_flush(connection_);
+}
+
 XRect XSession::geometry(xcb_window_t window)
 {
     Reply<xcb_get_geometry_reply_t> size(xcb_get_geometry_reply(connection_, xcb_get_geometry(connection_, window), nullptr), &std::free);

@@ -62,6 +62,9 @@ public:
     [[nodiscard]] std::optional<xcb_window_t> waitForClass(const std::string& windowClass, double seconds = 20);
     // The root window's pixel, 0xRRGGBB.
     [[nodiscard]] uint32_t pixel(int x, int y);
+    // Asks the window manager, as a pager does, to add or remove a _NET_WM_STATE of the window
+    // ("_NET_WM_STATE_FULLSCREEN").
+    void setState(xcb_window_t window, const std::string& state, bool on);
     // Asks the window manager to close the window, as a taskbar's close does.
     void closeWindow(xcb_window_t window);
 

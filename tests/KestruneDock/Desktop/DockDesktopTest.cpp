@@ -438,6 +438,59 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
     EXPECT_EQ(stored["recentApps"], nlohmann::json::array({ entry }));
 }
 
+TEST(DockDesktopApps, AWindowAskingForAttentionHopsItsTileAndAFullScreenWindowPutsTheDockAside)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_CLICK_TARGET;
+    options.arguments = { "300", "100", "300", "200", "AskingApp" };
+    options.environment = session.environment();
+    options.output = ChildStream::nullDevice;
+    auto asking = test::spawn(options);
+    auto asker = session.waitForClass("AskingApp");
+    ASSERT_TRUE(asker);
+    session.move(100, 100);
+    // Its tile joins the row: the dock rests again, one tile longer.
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).width > 0 && session.geometry(*window).height < 100; }));
+    test::XRect resting = session.geometry(*window);
+
+    // Another window takes the focus; the first asks for attention and its tile hops, which
+    // holds the dock up to its raised height.
+    options.arguments = { "700", "100", "300", "200", "OtherApp" };
+    auto other = test::spawn(options);
+    auto otherWindow = session.waitForClass("OtherApp");
+    ASSERT_TRUE(otherWindow);
+    ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == otherWindow; }));
+    session.move(100, 100);
+    ASSERT_TRUE(test::eventually([&] { return session.geometry(*window).height == resting.height; }));
+    session.setState(*asker, "_NET_WM_STATE_DEMANDS_ATTENTION", true);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height > resting.height; })) << "the tile did not hop";
+    std::this_thread::sleep_for(std::chrono::milliseconds(150));
+    session.screenshot("desktop-attention-hop");
+    // Given the focus, the window stops asking and the dock comes to rest.
+    session.setState(*asker, "_NET_WM_STATE_DEMANDS_ATTENTION", false);
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height == resting.height; })) << "the tile kept hopping";
+
+    // Full screen: the dock steps aside, and comes back when the window leaves full screen.
+    auto listed = [&] {
+        auto clients = session.clients();
+        return std::find(clients.begin(), clients.end(), *window) != clients.end();
+    };
+    session.setState(*otherWindow, "_NET_WM_STATE_FULLSCREEN", true);
+    EXPECT_TRUE(test::eventually([&] { return !listed(); })) << "the dock stayed over a full-screen window";
+    session.screenshot("desktop-full-screen-window");
+    session.setState(*otherWindow, "_NET_WM_STATE_FULLSCREEN", false);
+    EXPECT_TRUE(test::eventually(listed)) << "the dock did not come back";
+    EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
+}
+
 TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
 {
     XSession session(XSession::WindowManager::openbox);
