@@ -22,6 +22,7 @@
 #include "KestruneDock/Dock/DockStore.h"
 #include "KestruneDock/Panel/DockPanel.h"
 #include "KestruneDock/Panel/DockPoof.h"
+#include "KestruneDock/Panel/StackPopup.h"
 #include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -510,7 +511,7 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         store_.launch(item.path);
         break;
     case DockSlotKind::stack:
-        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(item.path)));
+        openStack(*slot);
         break;
     case DockSlotKind::trash:
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
@@ -729,6 +730,23 @@ QPixmap DockPanelController::tilePixmap(const DockRowItem& item) const
         painterFor->second->paint(painter, still, frame, QRectF(0, 0, size, size), context);
     }
     return QPixmap::fromImage(image);
+}
+
+void DockPanelController::openStack(size_t slot)
+{
+    if (stack_) {
+        stack_->close();
+        return;
+    }
+    const DockRowItem& item = items_[slot];
+    QRectF tile = toQt(placement_.toWindow(window_, layout_.frames()[slot].tile)).translated(window_.x, window_.y);
+    std::map<std::string, std::string> options;
+    if (auto found = store_.stackOptions().find(item.path); found != store_.stackOptions().end())
+        options = found->second;
+    // The row holds still under the open popup, and magnifies again once it closes.
+    store_.setStackOpen(true);
+    stack_ = new StackPopup(item.path, std::move(options), tile.toAlignedRect(), values_.edge, [this] { store_.setStackOpen(false); });
+    stack_->show();
 }
 
 void DockPanelController::contextMenu(QPointF global)

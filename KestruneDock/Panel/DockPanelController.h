@@ -42,6 +42,7 @@
 #include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneDock/Panel/DockRowPainters.h"
 #include "KestruneDock/Panel/DockWindow.h"
+#include "KestruneDock/Panel/StackPopup.h"
 #include "KestruneKit/Core/Runtime.h"
 
 class QPainter;
@@ -51,6 +52,7 @@ class QScreen;
 namespace kestrune {
 
 class DockPanel;
+
 class DockStore;
 class Preferences;
 
@@ -142,6 +144,8 @@ public:
     [[nodiscard]] bool isSteppedAside() const { return steppedAside_; }
     // The question emptying the trash asks, while it is open.
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
+    // The stack's popup open now, if any.
+    [[nodiscard]] StackPopup* openStackPopup() const { return stack_; }
     // The menu open now, if any.
     [[nodiscard]] QMenu* openMenu() const { return menu_; }
     // A quit that was asked for this long ago, with the app still there, may be forced.
@@ -183,6 +187,7 @@ private:
     void paintLabel(QPainter& painter, size_t slot, const DockPaintContext& context);
     [[nodiscard]] QRectF labelBox(size_t slot, const QString& text, const QFont& font) const;
     void perform(const DockMenuEntry& entry, const std::string& path);
+    void openStack(size_t slot);
     struct DropPlan {
         enum class Kind { none, back, reorder, pin, stack, openFiles, trash } kind = Kind::none;
         // The app moved or pinned, the folder stacked, or the tile that takes the files.
@@ -253,6 +258,7 @@ private:
     DockDesktopServices services_;
     QPointer<QMenu> menu_;
     QPointer<QMessageBox> question_;
+    QPointer<StackPopup> stack_;
     size_t trashItems_ = 0;
     // Drag and drop: where the button went down, whether our own drag runs, whether its drop
     // landed on the dock, the tile lit as a drop target, and the kept apps shown (with the room

@@ -668,8 +668,17 @@ TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhe
         return stored.is_object() && stored["stacks"] == nlohmann::json::array({ home.folder.file("Projects") });
     });
 
-    // Text on Gamma, which opens it; on Alpha, which does not, nothing happens.
+    // A click on the stack opens its popup above it; a file made while it is open joins it.
     std::vector<K> withStack { K::app, K::app, K::app, K::app, K::divider, K::stack, K::trash };
+    session.click(centre(withStack, 5), row);
+    EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(centre(withStack, 5), row - 150)) > 150; })) << "no popup";
+    home.folder.write("Projects/new idea.txt", "idea\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    session.screenshot("desktop-stack-popup");
+    session.key("Escape");
+    EXPECT_TRUE(test::eventually([&] { return brightness(session.pixel(centre(withStack, 5), row - 150)) < 60; })) << "the popup stayed";
+
+    // Text on Gamma, which opens it; on Alpha, which does not, nothing happens.
     EXPECT_EQ(dropFromAnotherProgram(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 0), row), "none");
     dropTaken(session, environment, { home.folder.file("Documents/letter.txt") }, centre(withStack, 3), row,
         [&] { return test::readFile(home.folder.file("opened")) == home.folder.file("Documents/letter.txt") + "\n"; },
