@@ -72,6 +72,33 @@ std::vector<DockMenuEntry> trashMenu(size_t items)
     return { item("Open", DockMenuAction::openTrash), separator(), std::move(empty) };
 }
 
+std::vector<DockMenuEntry> stackMenu(const std::map<std::string, std::string>& options)
+{
+    auto chosen = [&](const char* key, const char* fallback) {
+        auto found = options.find(key);
+        return found == options.end() ? std::string(fallback) : found->second;
+    };
+    auto choices = [&](const char* title, const char* key, const char* fallback,
+                       std::vector<std::pair<const char*, const char*>> values) {
+        DockMenuEntry menu = item(title, DockMenuAction::none);
+        std::string current = chosen(key, fallback);
+        for (auto [value, name] : values) {
+            DockMenuEntry choice = tick(name, DockMenuAction::stackOption, current == value);
+            choice.argument = std::string(key) + "=" + value;
+            menu.children.push_back(std::move(choice));
+        }
+        return menu;
+    };
+    return {
+        choices("Sort by", "sort", "name", { { "name", "Name" }, { "added", "Date Added" }, { "modified", "Date Modified" }, { "kind", "Kind" } }),
+        choices("View as", "view", "grid", { { "grid", "Grid" }, { "list", "List" } }),
+        separator(),
+        item("Open in Files", DockMenuAction::openFolder),
+        separator(),
+        item("Remove from Dock", DockMenuAction::removeStack),
+    };
+}
+
 DockQuestion emptyTrashQuestion(size_t items)
 {
     std::string what = items == 1 ? "The item in the Trash" : "The " + std::to_string(items) + " items in the Trash";

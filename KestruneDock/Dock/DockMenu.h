@@ -10,6 +10,7 @@
 //   for (const DockMenuEntry& entry : dockMenu(preferences)) add(entry);
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,10 @@ enum class DockMenuAction {
     dockSettings,
     openTrash,
     emptyTrash,
+    // A stack's: its option named by the argument ("sort=added", "view=list"), its folder, leaving.
+    stackOption,
+    openFolder,
+    removeStack,
 };
 
 struct DockMenuEntry {
@@ -68,6 +73,10 @@ struct DockAppMenuFacts {
 [[nodiscard]] std::vector<DockMenuEntry> dockMenu(const DockPreferences& preferences);
 // The trash's: "Open", and "Empty Trash" while there is something to empty.
 [[nodiscard]] std::vector<DockMenuEntry> trashMenu(size_t items);
+
+// A stack's: "Sort by" and "View as" with the present choices ticked, "Open in Files" and
+// "Remove from Dock". `options` are the stack's own (see StackPopup.h for their values).
+[[nodiscard]] std::vector<DockMenuEntry> stackMenu(const std::map<std::string, std::string>& options);
 
 // What emptying the trash asks first: its question and what it says of the items.
 struct DockQuestion {

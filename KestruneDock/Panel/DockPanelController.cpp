@@ -776,8 +776,11 @@ void DockPanelController::contextMenu(QPointF global)
         entries = dockMenu(values_);
     } else if (kind == DockSlotKind::trash) {
         entries = trashMenu(trashItems_);
+    } else if (kind == DockSlotKind::stack) {
+        path = items_[*slot].path;
+        auto options = store_.stackOptions().find(path);
+        entries = stackMenu(options == store_.stackOptions().end() ? std::map<std::string, std::string> {} : options->second);
     } else {
-        // Stacks have menus of their own, still to come.
         return;
     }
     if (menu_)
@@ -857,6 +860,21 @@ void DockPanelController::perform(const DockMenuEntry& entry, const std::string&
         break;
     case DockMenuAction::emptyTrash:
         askToEmptyTrash();
+        break;
+    case DockMenuAction::stackOption: {
+        auto equals = entry.argument.find('=');
+        std::map<std::string, std::string> options;
+        if (auto found = store_.stackOptions().find(path); found != store_.stackOptions().end())
+            options = found->second;
+        options[entry.argument.substr(0, equals)] = entry.argument.substr(equals + 1);
+        store_.setStackOptions(path, std::move(options));
+        break;
+    }
+    case DockMenuAction::openFolder:
+        QDesktopServices::openUrl(QUrl::fromLocalFile(QString::fromStdString(path)));
+        break;
+    case DockMenuAction::removeStack:
+        store_.removeStack(path);
         break;
     case DockMenuAction::none:
         break;
