@@ -491,6 +491,66 @@ TEST(DockDesktopApps, AWindowAskingForAttentionHopsItsTileAndAFullScreenWindowPu
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
 }
 
+TEST(DockDesktopApps, AnAppsCountFromTheSessionBusShowsAsABadgeOnItsTile)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    // A session bus of the test's own, as the desktop's would be.
+    ChildProcessOptions busOptions;
+    busOptions.executable = "/usr/bin/dbus-daemon";
+    busOptions.arguments = { "--session", "--nofork", "--print-address" };
+    busOptions.output = ChildStream::pipe;
+    auto bus = test::spawn(busOptions);
+    std::string address;
+    ASSERT_TRUE(readUntil(bus->outputFd(), address, "\n"));
+    address.pop_back();
+    Environment environment = home.environment(session, { { "DBUS_SESSION_BUS_ADDRESS", address } });
+    auto dock = startDock(environment);
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    test::XRect bar = session.geometry(*window);
+    DockRowLayout layout;
+    layout.setPreferences(DockPreferences {});
+    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    int tileRight = bar.x + static_cast<int>(layout.frames()[0].tile.axisEnd());
+    int tileTop = 800 - static_cast<int>(layout.frames()[0].tile.depthEnd());
+    auto redInCorner = [&] {
+        for (int y = tileTop - 2; y < tileTop + 16; y += 2)
+            for (int x = tileRight - 20; x < tileRight + 4; x += 2) {
+                uint32_t pixel = session.pixel(x, y);
+                if (((pixel >> 16) & 0xFF) > 190 && ((pixel >> 8) & 0xFF) < 110 && (pixel & 0xFF) < 110)
+                    return true;
+            }
+        return false;
+    };
+    EXPECT_FALSE(redInCorner()) << "a badge before any count";
+
+    // The dock's match rule reaches the bus a moment after it starts: the count is sent until seen.
+    ChildProcessOptions send;
+    send.executable = "/usr/bin/gdbus";
+    send.arguments = { "emit", "--session", "--object-path", "/com/canonical/unity/launcherentry/1", "--signal",
+                       "com.canonical.Unity.LauncherEntry.Update", "'application://Alpha.desktop'",
+                       "{'count': <int64 7>, 'count-visible': <true>}" };
+    send.environment = environment;
+    send.output = send.error = ChildStream::nullDevice;
+    EXPECT_TRUE(test::eventually([&] {
+        test::spawn(send)->wait();
+        return test::eventually(redInCorner, 0.5);
+    })) << "no badge on Alpha's tile";
+    session.screenshot("desktop-badge-count");
+
+    send.arguments.back() = "{'count-visible': <false>}";
+    test::spawn(send)->wait();
+    EXPECT_TRUE(test::eventually([&] { return !redInCorner(); })) << "the badge stayed";
+    dock->signal(SIGTERM);
+    dock->wait();
+    bus->signal(SIGTERM);
+    bus->wait();
+}
+
 TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
 {
     XSession session(XSession::WindowManager::openbox);
