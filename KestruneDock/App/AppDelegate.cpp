@@ -161,6 +161,10 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
                 return;
             dockController_->setDemandingAttention(windowWatch_->demandingAttention());
             dockController_->setFullScreenActive(windowWatch_->activeIsFullScreen());
+            std::vector<DockPanelController::MinimizedWindow> minimized;
+            for (auto& window : windowWatch_->minimizedWindows())
+                minimized.push_back({ window.window, std::move(window.title), std::move(window.path) });
+            dockController_->setMinimizedWindows(std::move(minimized));
         };
         windowWatch_->setChanged(follow);
         follow();

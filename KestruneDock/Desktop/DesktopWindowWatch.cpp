@@ -68,6 +68,22 @@ std::set<std::string> DesktopWindowWatch::demandingAttention() const
     return paths;
 }
 
+std::vector<DesktopWindowWatch::Minimized> DesktopWindowWatch::minimizedWindows() const
+{
+    std::vector<Minimized> minimized;
+    for (const DesktopWindow& client : windows_->clients()) {
+        if (!client.minimized)
+            continue;
+        for (const auto& application : applications_) {
+            if (std::find(application.windows.begin(), application.windows.end(), client.window) != application.windows.end()) {
+                minimized.push_back({ client.window, X11WindowList::title(client.window), application.path });
+                break;
+            }
+        }
+    }
+    return minimized;
+}
+
 bool DesktopWindowWatch::activeIsFullScreen() const
 {
     auto active = windows_->activeWindow();

@@ -39,6 +39,13 @@ public:
     [[nodiscard]] const std::vector<DesktopApplication>& applications() const { return applications_; }
     // Apps with a window asking for attention.
     [[nodiscard]] std::set<std::string> demandingAttention() const;
+    // Minimized windows, oldest first: the window, its title and its app's path.
+    struct Minimized {
+        uint32_t window = 0;
+        std::string title;
+        std::string path;
+    };
+    [[nodiscard]] std::vector<Minimized> minimizedWindows() const;
     // Whether the active window fills its screen.
     [[nodiscard]] bool activeIsFullScreen() const;
     // Told after the windows or their states changed.

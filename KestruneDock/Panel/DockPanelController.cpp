@@ -133,6 +133,12 @@ void DockPanelController::reload()
             add(DockSlotKind::divider);
         addApps(store_.othersAndRecents());
     }
+    if (!values_.minimizeIntoApp && !minimized_.empty()) {
+        if (!items_.empty())
+            add(DockSlotKind::divider);
+        for (const MinimizedWindow& minimized : minimized_)
+            add(DockSlotKind::app, minimized.path, minimized.title.empty() ? store_.name(minimized.path) : minimized.title).window = minimized.window;
+    }
     if (!items_.empty())
         add(DockSlotKind::divider);
     for (const std::string& folder : store_.stackURLs())
@@ -234,6 +240,15 @@ void DockPanelController::setDemandingAttention(std::set<std::string> paths)
     if (paths == attention_)
         return;
     attention_ = std::move(paths);
+    reload();
+    panel_->update();
+}
+
+void DockPanelController::setMinimizedWindows(std::vector<MinimizedWindow> windows)
+{
+    if (windows == minimized_)
+        return;
+    minimized_ = std::move(windows);
     reload();
     panel_->update();
 }
@@ -508,7 +523,12 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
     const DockRowItem& item = items_[*slot];
     switch (item.slot.kind) {
     case DockSlotKind::app:
-        store_.launch(item.path);
+        if (item.window != 0) {
+            if (services_.activateWindow)
+                services_.activateWindow(item.window);
+        } else {
+            store_.launch(item.path);
+        }
         break;
     case DockSlotKind::stack:
         openStack(*slot);

@@ -137,6 +137,16 @@ public:
     // hops until it is no longer.
     void setBadge(const std::string& path, const DockBadge& badge);
     [[nodiscard]] size_t trashItems() const { return trashItems_; }
+    // Minimized windows: with "minimizeIntoApp" off each has a tile of its own after the apps,
+    // named after the window, that brings it back.
+    struct MinimizedWindow {
+        uint32_t window = 0;
+        std::string title;
+        // Its app's path, for the icon.
+        std::string path;
+        bool operator==(const MinimizedWindow&) const = default;
+    };
+    void setMinimizedWindows(std::vector<MinimizedWindow> windows);
     // Apps with a window asking for attention: their tiles hop until it is given.
     void setDemandingAttention(std::set<std::string> paths);
     // While the active window fills the screen the dock steps aside, and comes back after.
@@ -273,6 +283,7 @@ private:
     TimerHandle settleTimer_;
     std::map<std::string, DockBadge> badges_;
     std::set<std::string> attention_;
+    std::vector<MinimizedWindow> minimized_;
     bool steppedAside_ = false;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;

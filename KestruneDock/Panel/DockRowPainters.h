@@ -37,6 +37,8 @@ struct DockRowItem {
     bool full = false;
     // What the app shows beside its icon.
     DockBadge badge;
+    // A minimized window's own tile (its app's icon, its title): the window, else 0.
+    uint32_t window = 0;
     // Room kept for a tile being dragged in: nothing is drawn there.
     bool placeholder = false;
     // A drop here would go to this tile.

@@ -491,6 +491,69 @@ TEST(DockDesktopApps, AWindowAskingForAttentionHopsItsTileAndAFullScreenWindowPu
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).y + session.geometry(*window).height == 800; }));
 }
 
+TEST(DockDesktopApps, AMinimizedWindowGetsATileOfItsOwnThatBringsItBackUnlessItGoesIntoItsApp)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_CLICK_TARGET;
+    options.arguments = { "300", "100", "300", "200", "LonelyApp" };
+    options.environment = session.environment();
+    options.output = ChildStream::nullDevice;
+    auto lonely = test::spawn(options);
+    auto target = session.waitForClass("LonelyApp");
+    ASSERT_TRUE(target);
+    using enum DockSlotKind;
+    auto rowWidth = [](std::vector<DockSlotKind> kinds) {
+        DockRowLayout layout;
+        layout.setPreferences(DockPreferences {});
+        std::vector<DockRowSlot> slots;
+        for (auto kind : kinds)
+            slots.push_back({ kind });
+        layout.setSlots(slots);
+        return layout;
+    };
+    session.move(100, 100);
+    auto running = rowWidth({ app, app, app, divider, app, divider, trash });
+    ASSERT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - running.restingLength()) <= 1; }));
+
+    auto minimize = [&] {
+        ChildProcessOptions xdotool;
+        xdotool.executable = "/usr/bin/xdotool";
+        xdotool.arguments = { "windowminimize", std::to_string(*target) };
+        xdotool.environment = session.environment();
+        EXPECT_TRUE(test::spawn(xdotool)->wait().succeeded());
+    };
+    minimize();
+    auto withMinimized = rowWidth({ app, app, app, divider, app, divider, app, divider, trash });
+    EXPECT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - withMinimized.restingLength()) <= 1; }))
+        << "no tile for the minimized window";
+    session.screenshot("desktop-minimized-window-tile");
+
+    // Its tile brings it back, and goes.
+    test::XRect bar = session.geometry(*window);
+    session.click(bar.x + static_cast<int>(withMinimized.frames()[6].restingCenter), 800 - bar.height / 2);
+    EXPECT_TRUE(test::eventually([&] { return session.activeWindow() == target; })) << "the window did not come back";
+    session.move(100, 100);
+    EXPECT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - running.restingLength()) <= 1; }))
+        << "the tile stayed";
+
+    // Minimized into its app, it has no tile of its own.
+    auto stored = nlohmann::json::parse(home.preferencesText());
+    stored["minimizeIntoApp"] = true;
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", stored.dump(2));
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    minimize();
+    std::this_thread::sleep_for(std::chrono::milliseconds(800));
+    EXPECT_LE(std::abs(session.geometry(*window).width - running.restingLength()), 1);
+}
+
 TEST(DockDesktopApps, AnAppsCountFromTheSessionBusShowsAsABadgeOnItsTile)
 {
     XSession session(XSession::WindowManager::openbox);
