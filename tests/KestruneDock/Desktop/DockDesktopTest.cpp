@@ -730,15 +730,15 @@ std::string dropFromAnotherProgram(XSession& session, const Environment& environ
     return end == std::string::npos ? std::string() : said.substr(start + 1, end - start - 1);
 }
 
-// A drop the dock should take, with what shows that it did. Under a loaded machine the X server
-// now and then loses a synthetic drop between two programs (the source reports it taken, the
-// target never hears of it): the drag is then made again, at most twice more.
+// A drop the dock should take, with what shows that it did. On a loaded machine a synthetic drop
+// between two programs is now and then lost (the release comes before the source has the
+// target's answer, or the target never hears of the drop): the drag is then made again, at most
+// twice more.
 void dropTaken(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x, int y,
                const std::function<bool()>& landed, const std::string& screenshot = {})
 {
     for (int attempt = 0; attempt < 3; ++attempt) {
-        std::string action = dropFromAnotherProgram(session, environment, files, x, y, attempt == 0 ? screenshot : std::string());
-        EXPECT_NE(action, "none") << "the dock refused the drop";
+        (void)dropFromAnotherProgram(session, environment, files, x, y, attempt == 0 ? screenshot : std::string());
         if (test::eventually(landed, 5))
             return;
     }
