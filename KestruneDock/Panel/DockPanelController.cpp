@@ -31,6 +31,9 @@ namespace kestrune {
 
 namespace {
 
+// The bar where nothing can show through it (no compositor).
+const QColor opaqueBar(0x2a, 0x2d, 0x32);
+
 QRectF toQt(const DockScreenRect& rect) { return { rect.x, rect.y, rect.width, rect.height }; }
 
 DockScreenRect fromQt(const QRect& rect) { return { double(rect.x()), double(rect.y()), double(rect.width()), double(rect.height()) }; }
@@ -730,7 +733,9 @@ QPixmap DockPanelController::tilePixmap(const DockRowItem& item) const
     double size = layout_.metrics().iconSize;
     QImage image((QSizeF(size, size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(ratio);
-    image.fill(Qt::transparent);
+    // Without a compositor the picture that follows the pointer is drawn whole, its clear parts
+    // white: it is drawn on the opaque bar's colour instead.
+    image.fill(translucent_ ? QColor(Qt::transparent) : opaqueBar);
     auto painterFor = painters_.find(item.slot.kind);
     if (painterFor != painters_.end() && painterFor->second) {
         QPainter painter(&image);
@@ -1010,7 +1015,7 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
         painter.setPen(QPen(QColor(255, 255, 255, 46), 1));
         painter.drawPath(path);
     } else {
-        painter.fillRect(bar, QColor(0x2a, 0x2d, 0x32));
+        painter.fillRect(bar, opaqueBar);
     }
 
     Date now = runtime_.now();
@@ -1067,7 +1072,7 @@ void DockPanelController::paintLabel(QPainter& painter, size_t slot, const DockP
         QRectF inside(QPointF(), box.size());
         QPainterPath path;
         path.addRoundedRect(inside, 6, 6);
-        drawing.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : QColor(0x2a, 0x2d, 0x32));
+        drawing.fillPath(path, context.translucent ? QColor(28, 30, 34, 220) : opaqueBar);
         drawing.setFont(font);
         drawing.setPen(QColor(245, 246, 247));
         drawing.drawText(inside, Qt::AlignCenter, text);
