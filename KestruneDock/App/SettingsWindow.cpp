@@ -89,6 +89,16 @@ QLabel* heading(const QString& title)
     return label;
 }
 
+// A pane with its title at the top of its column, where what goes in it follows.
+QWidget* titledPane(const QString& title)
+{
+    auto* pane = new QWidget;
+    (new QVBoxLayout(pane))->addWidget(heading(title));
+    return pane;
+}
+
+QVBoxLayout* column(QWidget* pane) { return static_cast<QVBoxLayout*>(pane->layout()); }
+
 } // namespace
 
 SettingsWindow::SettingsWindow(Preferences& preferences, Setup setup) : preferences_(preferences), setup_(std::move(setup))
@@ -112,7 +122,10 @@ SettingsWindow::SettingsWindow(Preferences& preferences, Setup setup) : preferen
     QObject::connect(pages_, &QListWidget::currentRowChanged, stack_, &QStackedWidget::setCurrentIndex);
     pages_->setCurrentRow(0);
 
-    preferencesWatch_ = preferences_.addObserver([this](const std::string&) { refresh(); });
+    preferencesWatch_ = preferences_.addObserver([this](const std::string& key) {
+        if (DockPreferences::isDockKey(key) || key == showMenuBarIconKey)
+            refresh();
+    });
     // The login item may be switched by the desktop's own startup settings.
     loginWatch_ = new QFileSystemWatcher(this);
     QString autostart = QFileInfo(QString::fromStdString(setup_.loginEntryPath)).absolutePath();
@@ -136,9 +149,8 @@ SettingsWindow::Page SettingsWindow::page() const { return static_cast<Page>(sta
 
 QWidget* SettingsWindow::makeGeneral()
 {
-    auto* pane = new QWidget;
-    auto* layout = new QVBoxLayout(pane);
-    layout->addWidget(heading(QStringLiteral("General")));
+    QWidget* pane = titledPane(QStringLiteral("General"));
+    QVBoxLayout* layout = column(pane);
     login_ = new QCheckBox(QStringLiteral("Open at login"));
     QObject::connect(login_, &QCheckBox::toggled, this, [this](bool on) { setLoginItem(on); });
     menuBarIcon_ = new QCheckBox(QStringLiteral("Show icon in the menu bar"));
@@ -158,9 +170,8 @@ QWidget* SettingsWindow::makeGeneral()
 
 QWidget* SettingsWindow::makeDock()
 {
-    auto* pane = new QWidget;
-    auto* layout = new QVBoxLayout(pane);
-    layout->addWidget(heading(QStringLiteral("Dock")));
+    QWidget* pane = titledPane(QStringLiteral("Dock"));
+    QVBoxLayout* layout = column(pane);
     preview_ = new MagnificationPreview(preferences_);
     layout->addWidget(preview_);
     auto* form = new QFormLayout;
@@ -216,9 +227,8 @@ QWidget* SettingsWindow::makeDock()
 
 QWidget* SettingsWindow::makeWidgets()
 {
-    auto* pane = new QWidget;
-    auto* layout = new QVBoxLayout(pane);
-    layout->addWidget(heading(QStringLiteral("Widgets")));
+    QWidget* pane = titledPane(QStringLiteral("Widgets"));
+    QVBoxLayout* layout = column(pane);
     layout->addStretch();
     return pane;
 }

@@ -109,9 +109,11 @@ void DockPanel::dragEnterEvent(QDragEnterEvent* event)
     event->accept();
 }
 
-void DockPanel::dragMoveEvent(QDragMoveEvent* event)
+namespace {
+
+// Takes the drop with the action, or turns it down.
+void answer(QDropEvent* event, Qt::DropAction action)
 {
-    Qt::DropAction action = controller_.dragOver(dragPosition(), *event->mimeData());
     if (action == Qt::IgnoreAction) {
         event->ignore();
         return;
@@ -119,19 +121,14 @@ void DockPanel::dragMoveEvent(QDragMoveEvent* event)
     event->setDropAction(action);
     event->accept();
 }
+
+} // namespace
+
+void DockPanel::dragMoveEvent(QDragMoveEvent* event) { answer(event, controller_.dragOver(dragPosition(), *event->mimeData())); }
 
 void DockPanel::dragLeaveEvent(QDragLeaveEvent*) { controller_.dragLeft(); }
 
-void DockPanel::dropEvent(QDropEvent* event)
-{
-    Qt::DropAction action = controller_.dropped(dragPosition(), *event->mimeData());
-    if (action == Qt::IgnoreAction) {
-        event->ignore();
-        return;
-    }
-    event->setDropAction(action);
-    event->accept();
-}
+void DockPanel::dropEvent(QDropEvent* event) { answer(event, controller_.dropped(dragPosition(), *event->mimeData())); }
 
 void DockPanel::mouseReleaseEvent(QMouseEvent* event)
 {

@@ -613,31 +613,41 @@ DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, cons
         plan.index = keptIndexAt(axis);
         return plan;
     }
+    std::vector<std::string> files;
     for (const QUrl& url : data.urls()) {
         if (url.isLocalFile())
-            plan.files.push_back(url.toLocalFile().toStdString());
+            files.push_back(url.toLocalFile().toStdString());
     }
-    // Another program's data can come back empty at the drop: what the same drag offered on its
-    // way across the dock is used then.
-    if (plan.files.empty())
-        plan.files = dragFiles_;
+    // What the files are is read once per drag, not on every move. Another program's data can
+    // come back empty at the drop: what the same drag offered on its way across is used then.
+    if (!files.empty() && files != drag_.files) {
+        drag_ = {};
+        drag_.files = std::move(files);
+        drag_.entries = std::all_of(drag_.files.begin(), drag_.files.end(), [](const std::string& file) { return file.ends_with(".desktop"); });
+        drag_.oneFolder = drag_.files.size() == 1 && std::filesystem::is_directory(drag_.files.front());
+    }
+    plan.files = drag_.files;
     if (plan.files.empty())
         return plan;
     auto slot = layout_.hit(axis, depth);
     const DockRowItem* under = slot && *slot < items_.size() && !items_[*slot].placeholder ? &items_[*slot] : nullptr;
-    bool entries = std::all_of(plan.files.begin(), plan.files.end(), [](const std::string& file) { return file.ends_with(".desktop"); });
+    auto opens = [&](const std::string& path) {
+        auto known = drag_.opens.find(path);
+        if (known == drag_.opens.end())
+            known = drag_.opens.emplace(path, services_.opensFiles && services_.opensFiles(path, plan.files)).first;
+        return known->second;
+    };
     if (under && under->slot.kind == DockSlotKind::trash) {
         plan.kind = DropPlan::Kind::trash;
         plan.path = under->path;
-    } else if (under && under->slot.kind == DockSlotKind::app && !entries && services_.opensFiles
-               && services_.opensFiles(under->path, plan.files)) {
+    } else if (under && under->slot.kind == DockSlotKind::app && !drag_.entries && opens(under->path)) {
         plan.kind = DropPlan::Kind::openFiles;
         plan.path = under->path;
-    } else if (entries && plan.files.size() == 1) {
+    } else if (drag_.entries && plan.files.size() == 1) {
         plan.kind = DropPlan::Kind::pin;
         plan.path = plan.files.front();
         plan.index = keptIndexAt(axis);
-    } else if (plan.files.size() == 1 && std::filesystem::is_directory(plan.files.front())) {
+    } else if (drag_.oneFolder) {
         plan.kind = DropPlan::Kind::stack;
         plan.path = plan.files.front();
     }
@@ -666,9 +676,13 @@ Qt::DropAction DockPanelController::dragOver(QPointF global, const QMimeData& da
 {
     settleTimer_.cancel();
     auto plan = planDrop(global, data);
-    dragFiles_ = plan.files;
     showDrop(plan);
-    switch (plan.kind) {
+    return actionFor(plan.kind);
+}
+
+Qt::DropAction DockPanelController::actionFor(DropPlan::Kind kind)
+{
+    switch (kind) {
     case DropPlan::Kind::none: return Qt::IgnoreAction;
     case DropPlan::Kind::back:
     case DropPlan::Kind::reorder:
@@ -679,7 +693,7 @@ Qt::DropAction DockPanelController::dragOver(QPointF global, const QMimeData& da
 
 void DockPanelController::dragLeft()
 {
-    dragFiles_.clear();
+    drag_ = {};
     showDrop({});
     if (!dragging_)
         settle();
@@ -687,11 +701,11 @@ void DockPanelController::dragLeft()
 
 Qt::DropAction DockPanelController::dropped(QPointF global, const QMimeData& data)
 {
+    settleTimer_.cancel();
     auto plan = planDrop(global, data);
-    Qt::DropAction action = dragOver(global, data);
     droppedHere_ = true;
     dropTarget_.clear();
-    dragFiles_.clear();
+    drag_ = {};
     switch (plan.kind) {
     case DropPlan::Kind::reorder: {
         const auto& kept = store_.pinnedItems();
@@ -714,7 +728,7 @@ Qt::DropAction DockPanelController::dropped(QPointF global, const QMimeData& dat
     default: break;
     }
     settle();
-    return action;
+    return actionFor(plan.kind);
 }
 
 void DockPanelController::settle()

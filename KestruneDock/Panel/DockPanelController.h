@@ -207,6 +207,7 @@ private:
         std::vector<std::string> files;
     };
     [[nodiscard]] DropPlan planDrop(QPointF global, const QMimeData& data) const;
+    [[nodiscard]] static Qt::DropAction actionFor(DropPlan::Kind kind);
     [[nodiscard]] size_t keptIndexAt(double axis) const;
     void showDrop(const DropPlan& plan);
     void settle();
@@ -277,7 +278,15 @@ private:
     bool dragging_ = false;
     bool droppedHere_ = false;
     std::string dropTarget_;
-    std::vector<std::string> dragFiles_;
+    // Another program's files over the dock, and what they are, read once per drag.
+    struct DragFiles {
+        std::vector<std::string> files;
+        bool entries = false;
+        bool oneFolder = false;
+        // Whether an app's tile would open them, by the app's path.
+        std::map<std::string, bool> opens;
+    };
+    mutable DragFiles drag_;
     size_t keptShown_ = 0;
     bool roomShown_ = false;
     TimerHandle settleTimer_;

@@ -58,6 +58,21 @@ std::string printed(GVariant* value)
     return result;
 }
 
+// The user's own value of a key, as GLib prints it; none when the key is at its default.
+std::optional<std::string> userValueIn(GSettings* settings, const std::string& key)
+{
+    if (!hasKey(settings, key))
+        return std::nullopt;
+    Variant value(g_settings_get_user_value(settings, key.c_str()));
+    if (!value)
+        return std::nullopt;
+    auto text = printed(value.get());
+    // The record is one line per key; a value that cannot stay on one line is put back as the default.
+    if (text.find('\n') != std::string::npos)
+        return std::nullopt;
+    return text;
+}
+
 struct RecordLine {
     std::string verb, key, value;
 };
@@ -112,21 +127,6 @@ const std::vector<std::pair<std::string, std::string>>& DashToDockHandover::hidd
     return values;
 }
 
-std::optional<std::string> DashToDockHandover::userValue(const std::string& key)
-{
-    auto settings = dockSettings();
-    if (!settings || !hasKey(settings.get(), key))
-        return std::nullopt;
-    Variant value(g_settings_get_user_value(settings.get(), key.c_str()));
-    if (!value)
-        return std::nullopt;
-    auto text = printed(value.get());
-    // The record is one line per key; a value that cannot stay on one line is put back as the default.
-    if (text.find('\n') != std::string::npos)
-        return std::nullopt;
-    return text;
-}
-
 bool DashToDockHandover::gsettings(const std::vector<std::string>& arguments)
 {
     std::vector<std::string> full { arguments.front(), schema };
@@ -170,10 +170,12 @@ void DashToDockHandover::hideAs(pid_t owner)
     } else {
         const auto& values = hiddenValues();
         auto marker = std::find_if(values.begin(), values.end(), [](const auto& entry) { return entry.first == markerKey; });
-        bool leftOver = userValue(markerKey) == marker->second;
+        auto settings = dockSettings();
+        auto own = [&](const std::string& key) { return settings ? userValueIn(settings.get(), key) : std::nullopt; };
+        bool leftOver = own(markerKey) == marker->second;
         for (const auto& [key, hidden] : values) {
-            auto own = leftOver ? std::nullopt : userValue(key);
-            kept += own ? "set " + key + " " + *own + "\n" : "reset " + key + "\n";
+            auto user = leftOver ? std::nullopt : own(key);
+            kept += user ? "set " + key + " " + *user + "\n" : "reset " + key + "\n";
         }
     }
     // Nothing changes that could not be put back.

@@ -47,9 +47,6 @@ public:
     void restore() override;
     bool startRestoreGuard() override;
 
-    // The user's own value of a key, as GLib prints it; none when the key is at its default.
-    [[nodiscard]] static std::optional<std::string> userValue(const std::string& key);
-
 private:
     void hideAs(pid_t owner) override;
     bool gsettings(const std::vector<std::string>& arguments);

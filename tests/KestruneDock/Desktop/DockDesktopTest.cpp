@@ -90,6 +90,42 @@ std::optional<xcb_window_t> restingDock(XSession& session, const ChildProcess& d
     return window;
 }
 
+// The dock's row at rest, with the settings of a first start, for slots of these kinds.
+DockRowLayout restingRow(const std::vector<DockSlotKind>& kinds)
+{
+    DockRowLayout layout;
+    layout.setPreferences(DockPreferences {});
+    std::vector<DockRowSlot> slots;
+    for (DockSlotKind kind : kinds)
+        slots.push_back({ kind });
+    layout.setSlots(slots);
+    return layout;
+}
+
+// Where a slot's middle rests on the bottom edge of the 1280-px screen, in a row of these slots.
+int restingX(const std::vector<DockSlotKind>& kinds, size_t slot)
+{
+    DockRowLayout layout = restingRow(kinds);
+    return static_cast<int>(std::lround((1280 - layout.restingLength()) / 2 + layout.frames()[slot].restingCenter));
+}
+
+// DockHome's row: its three kept apps, a divider and the trash.
+const std::vector<DockSlotKind> homeRow { DockSlotKind::app, DockSlotKind::app, DockSlotKind::app, DockSlotKind::divider,
+                                          DockSlotKind::trash };
+
+// Another program's plain window (the click target) of this WM_CLASS class, up on the screen.
+std::pair<std::unique_ptr<ChildProcess>, std::optional<xcb_window_t>> anotherWindow(XSession& session, int x, const std::string& className)
+{
+    ChildProcessOptions options;
+    options.executable = KESTRUNE_CLICK_TARGET;
+    options.arguments = { std::to_string(x), "100", "300", "200", className };
+    options.environment = session.environment();
+    options.output = ChildStream::nullDevice;
+    auto program = test::spawn(options);
+    auto window = session.waitForClass(className);
+    return { std::move(program), window };
+}
+
 class DockDesktop : public ::testing::TestWithParam<XSession::WindowManager> {};
 
 TEST(DockDesktopWindow, IsADockOnEveryDesktopReservingOnlyItsRestingBar)
@@ -359,16 +395,6 @@ TEST(DockDesktopApps, ALaunchedAppGetsItsIndicatorComesForwardOnAClickAndEntersT
     ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
 
-    // Where a tile rests on this 1280-px bottom edge, in a row of these slots.
-    auto restingX = [](std::vector<DockSlotKind> kinds, size_t index) {
-        DockRowLayout layout;
-        layout.setPreferences(DockPreferences {});
-        std::vector<DockRowSlot> row;
-        for (DockSlotKind kind : kinds)
-            row.push_back({ kind });
-        layout.setSlots(row);
-        return static_cast<int>(std::lround((1280 - layout.restingLength()) / 2 + layout.frames()[index].restingCenter));
-    };
     using enum DockSlotKind;
     // Three pinned apps, a divider, the test app, a divider, the trash.
     std::vector<DockSlotKind> row { app, app, app, divider, app, divider, trash };
@@ -448,13 +474,7 @@ TEST(DockDesktopApps, AWindowAskingForAttentionHopsItsTileAndAFullScreenWindowPu
     ASSERT_TRUE(dock);
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window);
-    ChildProcessOptions options;
-    options.executable = KESTRUNE_CLICK_TARGET;
-    options.arguments = { "300", "100", "300", "200", "AskingApp" };
-    options.environment = session.environment();
-    options.output = ChildStream::nullDevice;
-    auto asking = test::spawn(options);
-    auto asker = session.waitForClass("AskingApp");
+    auto [asking, asker] = anotherWindow(session, 300, "AskingApp");
     ASSERT_TRUE(asker);
     session.move(100, 100);
     // Its tile joins the row: the dock rests again, one tile longer.
@@ -463,9 +483,7 @@ TEST(DockDesktopApps, AWindowAskingForAttentionHopsItsTileAndAFullScreenWindowPu
 
     // Another window takes the focus; the first asks for attention and its tile hops, which
     // holds the dock up to its raised height.
-    options.arguments = { "700", "100", "300", "200", "OtherApp" };
-    auto other = test::spawn(options);
-    auto otherWindow = session.waitForClass("OtherApp");
+    auto [other, otherWindow] = anotherWindow(session, 700, "OtherApp");
     ASSERT_TRUE(otherWindow);
     ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == otherWindow; }));
     session.move(100, 100);
@@ -501,26 +519,11 @@ TEST(DockDesktopApps, AMinimizedWindowGetsATileOfItsOwnThatBringsItBackUnlessItG
     ASSERT_TRUE(dock);
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window);
-    ChildProcessOptions options;
-    options.executable = KESTRUNE_CLICK_TARGET;
-    options.arguments = { "300", "100", "300", "200", "LonelyApp" };
-    options.environment = session.environment();
-    options.output = ChildStream::nullDevice;
-    auto lonely = test::spawn(options);
-    auto target = session.waitForClass("LonelyApp");
+    auto [lonely, target] = anotherWindow(session, 300, "LonelyApp");
     ASSERT_TRUE(target);
     using enum DockSlotKind;
-    auto rowWidth = [](std::vector<DockSlotKind> kinds) {
-        DockRowLayout layout;
-        layout.setPreferences(DockPreferences {});
-        std::vector<DockRowSlot> slots;
-        for (auto kind : kinds)
-            slots.push_back({ kind });
-        layout.setSlots(slots);
-        return layout;
-    };
     session.move(100, 100);
-    auto running = rowWidth({ app, app, app, divider, app, divider, trash });
+    auto running = restingRow({ app, app, app, divider, app, divider, trash });
     ASSERT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - running.restingLength()) <= 1; }));
 
     auto minimize = [&] {
@@ -531,7 +534,7 @@ TEST(DockDesktopApps, AMinimizedWindowGetsATileOfItsOwnThatBringsItBackUnlessItG
         EXPECT_TRUE(test::spawn(xdotool)->wait().succeeded());
     };
     minimize();
-    auto withMinimized = rowWidth({ app, app, app, divider, app, divider, app, divider, trash });
+    auto withMinimized = restingRow({ app, app, app, divider, app, divider, app, divider, trash });
     EXPECT_TRUE(test::eventually([&] { return std::abs(session.geometry(*window).width - withMinimized.restingLength()) <= 1; }))
         << "no tile for the minimized window";
     session.screenshot("desktop-minimized-window-tile");
@@ -575,9 +578,7 @@ TEST(DockDesktopApps, AnAppsCountFromTheSessionBusShowsAsABadgeOnItsTile)
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window);
     test::XRect bar = session.geometry(*window);
-    DockRowLayout layout;
-    layout.setPreferences(DockPreferences {});
-    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    DockRowLayout layout = restingRow(homeRow);
     int tileRight = bar.x + static_cast<int>(layout.frames()[0].tile.axisEnd());
     int tileTop = 800 - static_cast<int>(layout.frames()[0].tile.depthEnd());
     auto redInCorner = [&] {
@@ -625,9 +626,7 @@ TEST(DockDesktopMenus, ARightClickOpensTheTilesMenuAndUntickingKeepInDockUnpins)
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
-    DockRowLayout layout;
-    layout.setPreferences(DockPreferences {});
-    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    DockRowLayout layout = restingRow(homeRow);
     ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
 
     // Alpha's menu: its options only, as it does not run.
@@ -669,9 +668,7 @@ TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     test::XRect bar = session.geometry(*window);
-    DockRowLayout layout;
-    layout.setPreferences(DockPreferences {});
-    layout.setSlots({ { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::app }, { DockSlotKind::divider }, { DockSlotKind::trash } });
+    DockRowLayout layout = restingRow(homeRow);
     ASSERT_DOUBLE_EQ(layout.restingLength(), bar.width) << "the row is not the one this test expects";
     auto centre = [&](size_t slot) { return bar.x + static_cast<int>(layout.frames()[slot].restingCenter); };
     int row = 800 - bar.height / 2;
@@ -766,16 +763,7 @@ TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhe
     auto window = restingDock(session, *dock);
     ASSERT_TRUE(window) << "the dock never came to rest on the bottom edge";
     int row = 800 - session.geometry(*window).height / 2;
-    // Where a slot's centre is on the screen, for a row of these slots.
-    auto centre = [&](std::vector<DockSlotKind> kinds, size_t slot) {
-        std::vector<DockRowSlot> slots;
-        for (auto kind : kinds)
-            slots.push_back({ kind });
-        DockRowLayout layout;
-        layout.setPreferences(DockPreferences {});
-        layout.setSlots(slots);
-        return 640 - static_cast<int>(layout.restingLength() / 2) + static_cast<int>(layout.frames()[slot].restingCenter);
-    };
+    auto centre = restingX;
     using K = DockSlotKind;
 
     // An application's entry dropped on Beta's first half: kept before it, Beta and Gamma making room.
