@@ -548,9 +548,9 @@ TEST(DockDesktopApps, AMinimizedWindowGetsATileOfItsOwnThatBringsItBackUnlessItG
         << "the tile stayed";
 
     // Minimized into its app, it has no tile of its own.
-    auto stored = nlohmann::json::parse(home.preferencesText());
-    stored["minimizeIntoApp"] = true;
-    home.folder.write("config/kestrune-dock/app.quillane.dock.json", stored.dump(2));
+    JSONFilePreferences elsewhere(home.folder.file("config/kestrune-dock/app.quillane.dock.json"));
+    elsewhere.set("minimizeIntoApp", true);
+    ASSERT_TRUE(elsewhere.synchronize());
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     minimize();
     std::this_thread::sleep_for(std::chrono::milliseconds(800));
@@ -944,10 +944,11 @@ TEST(DockDesktopLifecycle, TheSettingsWindowChangesTheIconSizeAndTheDockFollows)
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height > before.height; })) << "the dock kept its size";
     session.screenshot("desktop-settings-bigger");
 
-    // A change made elsewhere shows in the window: the dock follows too.
-    auto stored = nlohmann::json::parse(home.preferencesText());
-    stored["iconSize"] = 40.0;
-    home.folder.write("config/kestrune-dock/app.quillane.dock.json", stored.dump(2));
+    // A change made elsewhere, as `kestrune` makes it (under the domain's lock, written whole):
+    // the window shows it and the dock follows.
+    JSONFilePreferences elsewhere(home.folder.file("config/kestrune-dock/app.quillane.dock.json"));
+    elsewhere.set("iconSize", 40.0);
+    ASSERT_TRUE(elsewhere.synchronize());
     EXPECT_TRUE(test::eventually([&] { return session.geometry(*window).height < before.height; }));
 }
 
