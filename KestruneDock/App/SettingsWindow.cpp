@@ -200,15 +200,22 @@ QWidget* SettingsWindow::makeDock()
     magnifiedSize_ = magnified;
     magnifiedSize_->setAccessibleName(QStringLiteral("Magnified size"));
     form->addRow(magnification_, magnifiedRow);
-    edge_ = new QComboBox;
-    edge_->setAccessibleName(QStringLiteral("Position on screen"));
-    edge_->addItem(QStringLiteral("Left"), QStringLiteral("left"));
-    edge_->addItem(QStringLiteral("Bottom"), QStringLiteral("bottom"));
-    edge_->addItem(QStringLiteral("Right"), QStringLiteral("right"));
-    QObject::connect(edge_, &QComboBox::currentIndexChanged, this, [this](int index) {
-        preferences_.set(DockPreferences::edgeKey, edge_->itemData(index).toString().toStdString());
-    });
-    form->addRow(QStringLiteral("Position on screen"), edge_);
+    // A choice stored by raw name: each entry's title and name.
+    auto choice = [this, form](const QString& title, std::string_view key, std::initializer_list<std::pair<const char*, const char*>> entries) {
+        auto* box = new QComboBox;
+        box->setAccessibleName(title);
+        for (auto [shown, raw] : entries)
+            box->addItem(QString::fromUtf8(shown), QString::fromUtf8(raw));
+        QObject::connect(box, &QComboBox::currentIndexChanged, this, [this, box, key](int index) {
+            preferences_.set(key, box->itemData(index).toString().toStdString());
+        });
+        form->addRow(title, box);
+        return box;
+    };
+    edge_ = choice(QStringLiteral("Position on screen"), DockPreferences::edgeKey,
+                   { { "Left", "left" }, { "Bottom", "bottom" }, { "Right", "right" } });
+    screen_ = choice(QStringLiteral("Show on"), DockPreferences::screenKey,
+                     { { "Main screen", "primary" }, { "Screen with the pointer", "pointer" } });
     layout->addLayout(form);
     auto toggle = [this, layout](const char* title, std::string_view key) {
         auto* box = new QCheckBox(QString::fromUtf8(title));
@@ -276,10 +283,12 @@ void SettingsWindow::refresh()
         magnifiedValue_->setText(QStringLiteral("%1 pt").arg(magnifiedSize_->value()));
     }
     magnifiedSize_->setEnabled(values.magnification);
-    {
-        QSignalBlocker quiet(edge_);
-        edge_->setCurrentIndex(edge_->findData(text(toString(values.edge))));
-    }
+    auto pick = [](QComboBox* box, std::string_view raw) {
+        QSignalBlocker quiet(box);
+        box->setCurrentIndex(box->findData(text(raw)));
+    };
+    pick(edge_, toString(values.edge));
+    pick(screen_, dockScreenChoiceNames.name(values.screen));
     set(autohide_, values.autohide);
     set(animateLaunch_, values.animateLaunch);
     set(indicators_, values.showIndicators);
@@ -326,7 +335,8 @@ void SettingsWindow::askToReset()
         for (std::string_view key : { DockStore::pinnedKey, DockStore::recentsKey, DockStore::stacksKey, DockStore::stackOptionsKey,
                                       DockPreferences::iconSizeKey, DockPreferences::magnifiedSizeKey, DockPreferences::magnificationKey,
                                       DockPreferences::edgeKey, DockPreferences::autohideKey, DockPreferences::animateLaunchKey,
-                                      DockPreferences::showIndicatorsKey, DockPreferences::showRecentsKey, DockPreferences::minimizeIntoAppKey })
+                                      DockPreferences::showIndicatorsKey, DockPreferences::showRecentsKey, DockPreferences::minimizeIntoAppKey,
+                                      DockPreferences::screenKey })
             preferences_.remove(key);
         preferences_.synchronize();
     });

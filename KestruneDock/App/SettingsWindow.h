@@ -74,6 +74,7 @@ private:
     QLabel* magnifiedValue_ = nullptr;
     QWidget* preview_ = nullptr;
     QComboBox* edge_ = nullptr;
+    QComboBox* screen_ = nullptr;
     QCheckBox* autohide_ = nullptr;
     QCheckBox* animateLaunch_ = nullptr;
     QCheckBox* indicators_ = nullptr;

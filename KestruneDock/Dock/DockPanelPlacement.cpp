@@ -61,6 +61,19 @@ DockScreenRect DockPanelPlacement::edgeStrip(double depth) const
     return resting;
 }
 
+DockScreenRect DockPanelPlacement::screenEdge(const DockScreenRect& screen, DockEdge edge, double depth)
+{
+    switch (edge) {
+    case DockEdge::bottom:
+        return { screen.x, screen.bottom() - depth, screen.width, depth };
+    case DockEdge::left:
+        return { screen.x, screen.y, depth, screen.height };
+    case DockEdge::right:
+        return { screen.right() - depth, screen.y, depth, screen.height };
+    }
+    return screen;
+}
+
 std::pair<double, double> DockPanelPlacement::toWindow(const DockScreenRect& window, double axis, double depth) const
 {
     // The resting bar's start in desktop coordinates anchors the axis for both window sizes.

@@ -31,6 +31,10 @@ struct DockScreenRect {
 
     [[nodiscard]] double right() const { return x + width; }
     [[nodiscard]] double bottom() const { return y + height; }
+    [[nodiscard]] bool overlaps(const DockScreenRect& other) const
+    {
+        return x < other.right() && other.x < right() && y < other.bottom() && other.y < bottom();
+    }
     bool operator==(const DockScreenRect&) const = default;
 };
 
@@ -51,6 +55,8 @@ struct DockPanelPlacement {
 
     // Where a hidden dock is called back: the edge's outermost `depth` pixels along the resting bar.
     [[nodiscard]] DockScreenRect edgeStrip(double depth = 1) const;
+    // The whole length of a screen's edge, `depth` deep: where a push calls the dock to that screen.
+    [[nodiscard]] static DockScreenRect screenEdge(const DockScreenRect& screen, DockEdge edge, double depth = 1);
 
     // A row point in a window placed at `window`, and back.
     [[nodiscard]] std::pair<double, double> toWindow(const DockScreenRect& window, double axis, double depth) const;

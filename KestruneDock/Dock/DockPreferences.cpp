@@ -21,13 +21,15 @@ DockPreferences DockPreferences::read(const Preferences& preferences)
     values.showIndicators = preferences.boolValue(showIndicatorsKey).value_or(values.showIndicators);
     values.showRecents = preferences.boolValue(showRecentsKey).value_or(values.showRecents);
     values.minimizeIntoApp = preferences.boolValue(minimizeIntoAppKey).value_or(values.minimizeIntoApp);
+    if (auto screen = preferences.stringValue(screenKey))
+        values.screen = dockScreenChoiceNames.value(*screen).value_or(values.screen);
     return values;
 }
 
 bool DockPreferences::isDockKey(std::string_view key)
 {
     for (auto known : { iconSizeKey, magnifiedSizeKey, magnificationKey, edgeKey, autohideKey, animateLaunchKey,
-             showIndicatorsKey, showRecentsKey, minimizeIntoAppKey })
+             showIndicatorsKey, showRecentsKey, minimizeIntoAppKey, screenKey })
         if (key == known)
             return true;
     return false;

@@ -46,7 +46,8 @@ constexpr int labelPixels = 13;
 } // namespace
 
 DockPanelController::DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime)
-    : preferences_(preferences), store_(store), runtime_(runtime), panel_(std::make_unique<DockPanel>(*this))
+    : preferences_(preferences), store_(store), runtime_(runtime), panel_(std::make_unique<DockPanel>(*this)),
+      edgePush_(runtime, [this] { reveal(); })
 {
     dockwindow::prepare(*panel_);
     translucent_ = dockwindow::compositingActive();
@@ -74,10 +75,15 @@ DockPanelController::~DockPanelController()
 
 void DockPanelController::readPreferences()
 {
+    DockPreferences before = values_;
     bool hiding = values_.autohide;
     values_ = DockPreferences::read(preferences_);
     layout_.setPreferences(values_);
     reload();
+    if (values_.screen != before.screen)
+        screensChanged(true);
+    else if (values_.edge != before.edge)
+        watchOtherScreens();
     if (hiding && !values_.autohide && (hidden_ || slideTo_ < 1))
         reveal();
     else if (!hiding && values_.autohide && !pointerInside_)
@@ -167,20 +173,65 @@ void DockPanelController::reload()
         frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
 }
 
-void DockPanelController::screensChanged()
+void DockPanelController::screensChanged(bool followPointerNow)
 {
-    QScreen* primary = QGuiApplication::primaryScreen();
-    if (primary != screen_) {
+    // Following the pointer, the dock stays on the screen it was called to while that screen is
+    // there; it starts on the pointer's.
+    QScreen* target = QGuiApplication::primaryScreen();
+    if (values_.screen == DockScreenChoice::pointer) {
+        QScreen* pointers = QGuiApplication::screenAt(QCursor::pos());
+        if (screen_ && !followPointerNow && QGuiApplication::screens().contains(screen_))
+            target = screen_;
+        else if (pointers)
+            target = pointers;
+    }
+    moveToScreen(target);
+}
+
+void DockPanelController::moveToScreen(QScreen* screen)
+{
+    if (screen != screen_) {
         if (screen_)
             QObject::disconnect(screen_, nullptr, panel_.get(), nullptr);
-        screen_ = primary;
+        screen_ = screen;
         if (screen_) {
             // The panel is the context, so the connections go with it.
-            QObject::connect(screen_, &QScreen::geometryChanged, panel_.get(), [this] { place(); });
+            QObject::connect(screen_, &QScreen::geometryChanged, panel_.get(), [this] {
+                place();
+                watchOtherScreens();
+            });
             QObject::connect(screen_, &QScreen::physicalDotsPerInchChanged, panel_.get(), [this] { place(); });
         }
     }
     place();
+    watchOtherScreens();
+}
+
+void DockPanelController::watchOtherScreens()
+{
+    screenPushes_.clear();
+    if (values_.screen != DockScreenChoice::pointer || !screen_)
+        return;
+    DockScreenRect here = fromQt(screen_->geometry());
+    for (QScreen* other : QGuiApplication::screens()) {
+        DockScreenRect there = fromQt(other->geometry());
+        // A mirror of this screen, or one that holds it, is no other place for the dock.
+        if (other == screen_ || there.overlaps(here))
+            continue;
+        QPointer<QScreen> target(other);
+        auto push = std::make_unique<EdgePush>(runtime_, [this, target] {
+            // Once the pointer's event is done with: the move replaces the strip that took it.
+            QMetaObject::invokeMethod(panel_.get(), [this, target] {
+                if (!target)
+                    return;
+                moveToScreen(target);
+                if (hidden_ || slideTo_ < 1)
+                    reveal();
+            }, Qt::QueuedConnection);
+        });
+        push->place(toQt(DockPanelPlacement::screenEdge(there, values_.edge)), other->devicePixelRatio(), values_.edge);
+        screenPushes_.emplace_back(target, std::move(push));
+    }
 }
 
 void DockPanelController::place()
@@ -195,8 +246,8 @@ void DockPanelController::place()
     // While auto-hide is on the dock reserves nothing: windows may use the whole screen.
     std::array<uint32_t, 12> none {};
     dockwindow::setStrut(*panel_, values_.autohide ? none : placement_.strut(screen_->devicePixelRatio()));
-    if (hidden_ && trigger_)
-        trigger_->place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio());
+    if (hidden_)
+        edgePush_.place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio(), values_.edge);
     panel_->update();
 }
 
@@ -233,8 +284,7 @@ void DockPanelController::orderOut(bool heldDown)
     shown_ = false;
     hidden_ = false;
     hideTimer_.cancel();
-    if (trigger_)
-        trigger_->remove();
+    edgePush_.remove();
     panel_->hide();
 }
 
@@ -265,8 +315,7 @@ void DockPanelController::setFullScreenActive(bool fullScreen)
         return;
     if (steppedAside_) {
         hideTimer_.cancel();
-        if (trigger_)
-            trigger_->remove();
+        edgePush_.remove();
         panel_->hide();
     } else {
         place();
@@ -325,10 +374,7 @@ void DockPanelController::hideNow()
 void DockPanelController::reveal()
 {
     hideTimer_.cancel();
-    dwellTimer_.cancel();
-    dwell_.reset();
-    if (trigger_)
-        trigger_->remove();
+    edgePush_.remove();
     if (hidden_) {
         hidden_ = false;
         slideFrom_ = 0;
@@ -338,23 +384,6 @@ void DockPanelController::reveal()
         slide(1);
     // Called back but never entered: it goes again.
     scheduleHide();
-}
-
-void DockPanelController::edgeMoved(QPointF global)
-{
-    double axis = values_.edge == DockEdge::bottom ? global.x() : global.y();
-    Date now = runtime_.now();
-    if (dwell_.sample(axis, now)) {
-        reveal();
-        return;
-    }
-    // A pointer that stays sends no more moves: look again when it will have stayed long enough.
-    if (auto due = dwell_.due())
-        dwellTimer_ = runtime_.schedule(secondsBetween(now, *due) + Seconds(0.01), TimerRepeat::once, Seconds(0), [this] {
-            QPointF pointer = QCursor::pos();
-            if (toQt(placement_.edgeStrip()).adjusted(-1, -1, 1, 1).contains(pointer))
-                edgeMoved(pointer);
-        });
 }
 
 bool DockPanelController::animating() const
@@ -375,13 +404,8 @@ void DockPanelController::tick()
             // Out of sight: the window goes, and the edge strip listens for the pointer.
             hidden_ = true;
             panel_->hide();
-            if (!trigger_)
-                trigger_ = dockwindow::makeEdgeTrigger([this](QPointF global) { edgeMoved(global); }, [this] {
-                    dwell_.reset();
-                    dwellTimer_.cancel();
-                });
             if (screen_)
-                trigger_->place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio());
+                edgePush_.place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio(), values_.edge);
         }
     }
     bool launching = values_.animateLaunch && animating();

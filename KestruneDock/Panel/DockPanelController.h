@@ -34,19 +34,19 @@
 #include <QMetaObject>
 #include <QPointF>
 #include <QRect>
+#include <QScreen>
 
-#include "KestruneDock/Dock/DockEdgeDwell.h"
 #include "KestruneDock/Dock/DockMenu.h"
 #include "KestruneDock/Dock/DockPanelPlacement.h"
 #include "KestruneDock/Dock/DockPreferences.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneDock/Panel/DockRowPainters.h"
 #include "KestruneDock/Panel/DockWindow.h"
+#include "KestruneDock/Panel/EdgePush.h"
 #include "KestruneDock/Panel/StackPopup.h"
 #include "KestruneKit/Core/Runtime.h"
 
 class QPainter;
-class QScreen;
 
 
 namespace kestrune {
@@ -180,7 +180,9 @@ public:
     void painted(const QRegion& region);
 
     // Placement follows the screens: resolution, primary screen, screens added and removed.
-    void screensChanged();
+    // `followPointerNow`: a dock that follows the pointer goes to the pointer's screen at once.
+    void screensChanged(bool followPointerNow = false);
+    [[nodiscard]] QScreen* screen() const { return screen_; }
     // Whether a compositing manager runs; without one nothing translucent is drawn.
     void setTranslucent(bool translucent);
 
@@ -218,7 +220,10 @@ private:
     void scheduleHide();
     void hideNow();
     void reveal();
-    void edgeMoved(QPointF global);
+    // With the dock on the screen with the pointer: a push against the dock's edge of another
+    // screen calls it there.
+    void moveToScreen(QScreen* screen);
+    void watchOtherScreens();
     [[nodiscard]] bool showsLabel() const;
 
     // Repaints what moved since the last paint, not the whole window.
@@ -249,9 +254,9 @@ private:
     // Auto-hide: slid out with the window off the screen, called back from the edge strip.
     bool hidden_ = false;
     TimerHandle hideTimer_;
-    TimerHandle dwellTimer_;
-    DockEdgeDwell dwell_;
-    std::unique_ptr<dockwindow::EdgeTrigger> trigger_;
+    EdgePush edgePush_;
+    // One per other screen the dock may be called to, while it follows the pointer.
+    std::vector<std::pair<QPointer<QScreen>, std::unique_ptr<EdgePush>>> screenPushes_;
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;

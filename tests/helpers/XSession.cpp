@@ -135,6 +135,7 @@ bool XSession::resize(int width, int height)
 
 XSession::~XSession()
 {
+    monitors_.reset();
     if (connection_)
         xcb_disconnect(connection_);
     if (windowManager_) {

@@ -73,6 +73,9 @@ public:
     // Gives a resizable screen a new size through RandR, as a resolution change does; false
     // when the server does not take it.
     [[nodiscard]] bool resize(int width, int height);
+    // Divides the screen into monitors through RandR, the first one primary, as a second display
+    // would; false when the server does not take them. They last as long as the session.
+    [[nodiscard]] bool splitScreen(const std::vector<XRect>& monitors);
 
     void move(int x, int y);
     // Button 1 is the left, 3 the right.
@@ -102,6 +105,8 @@ private:
     std::unique_ptr<ChildProcess> windowManager_;
     xcb_connection_t* connection_ = nullptr;
     xcb_window_t root_ = 0;
+    // The Xlib connection that set the monitors (RandR's monitors are set through Xlib).
+    std::shared_ptr<void> monitors_;
 };
 
 } // namespace kestrune::test

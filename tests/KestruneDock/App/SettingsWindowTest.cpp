@@ -78,8 +78,10 @@ TEST(SettingsWindow, EachControlWritesThePreferencesAndFollowsChangesMadeElsewhe
     // Written by `kestrune` or another window: the controls follow.
     preferences.set("iconSize", 40.0);
     preferences.set("edge", std::string("right"));
+    preferences.set("dockScreen", std::string("pointer"));
     EXPECT_EQ(size->value(), 40);
     EXPECT_EQ(edge->currentText(), QStringLiteral("Right"));
+    EXPECT_EQ(named<QComboBox>(window, QStringLiteral("Show on"))->currentText(), QStringLiteral("Screen with the pointer"));
 
     // The login item: an autostart entry that starts us with --at-login, and a notice.
     window.showPage(SettingsWindow::Page::general);

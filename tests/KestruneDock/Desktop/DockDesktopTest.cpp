@@ -325,6 +325,55 @@ TEST(DockDesktopWindow, HidesWhenThePointerLeavesAndComesBackToAPushOnTheEdgeNot
     EXPECT_TRUE(test::eventually([&] { return !listed(); }, 10)) << "it stayed after the pointer left";
 }
 
+TEST(DockDesktopWindow, LivesOnThePrimaryScreenOrFollowsAPushOnAnotherScreensEdge)
+{
+    XSession session(XSession::WindowManager::openbox, 2560, 800);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    ASSERT_TRUE(session.splitScreen({ { 0, 0, 1280, 800 }, { 1280, 0, 1280, 800 } }));
+    DockHome home;
+    session.move(1900, 300);
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    auto middle = [&] { return session.geometry(*window).x + session.geometry(*window).width / 2; };
+    auto pushAt = [&](int x) {
+        session.move(x, 799);
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        session.move(x + 2, 799);
+    };
+    EXPECT_EQ(middle(), 640) << "not in the middle of the primary screen";
+
+    // By default a push on the other screen's edge leaves it where it is.
+    pushAt(1900);
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_EQ(middle(), 640);
+
+    // Told to follow the pointer it goes to the pointer's screen at once, and then to whichever
+    // screen's edge the pointer pushes against; a pass across the bottom calls nothing.
+    session.move(1900, 300);
+    JSONFilePreferences elsewhere(home.folder.file("config/kestrune-dock/app.quillane.dock.json"));
+    elsewhere.set("dockScreen", std::string("pointer"));
+    ASSERT_TRUE(elsewhere.synchronize());
+    EXPECT_TRUE(test::eventually([&] { return middle() == 1280 + 640; })) << "it did not come to the pointer's screen";
+    for (int x = 100; x <= 1100; x += 100) {
+        session.move(x, 799);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    session.move(600, 300);
+    std::this_thread::sleep_for(std::chrono::milliseconds(600));
+    EXPECT_EQ(middle(), 1280 + 640) << "a pointer passing along the edge moved it";
+    pushAt(300);
+    EXPECT_TRUE(test::eventually([&] { return middle() == 640; })) << "a push on the other screen's edge did not call it";
+    std::vector<uint32_t> strut = session.cardinals(*window, "_NET_WM_STRUT_PARTIAL");
+    ASSERT_EQ(strut.size(), 12U);
+    EXPECT_LT(strut[11], 1280U) << "the reserved stretch is not on the screen it moved to";
+    session.move(640, 780);
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    session.screenshot("desktop-dock-second-screen");
+}
+
 TEST_P(DockDesktop, ClicksAboveTheRestingBarReachTheWindowBelow)
 {
     XSession session(GetParam());
