@@ -91,6 +91,7 @@ std::vector<DockMenuEntry> stackMenu(const std::map<std::string, std::string>& o
     };
     return {
         choices("Sort by", "sort", "name", { { "name", "Name" }, { "added", "Date Added" }, { "modified", "Date Modified" }, { "kind", "Kind" } }),
+        choices("Display as", "display", "folder", { { "folder", "Folder" }, { "stack", "Stack" } }),
         choices("View as", "view", "grid", { { "grid", "Grid" }, { "list", "List" } }),
         separator(),
         item("Open in Files", DockMenuAction::openFolder),

@@ -74,7 +74,7 @@ struct DockAppMenuFacts {
 // The trash's: "Open", and "Empty Trash" while there is something to empty.
 [[nodiscard]] std::vector<DockMenuEntry> trashMenu(size_t items);
 
-// A stack's: "Sort by" and "View as" with the present choices ticked, "Open in Files" and
+// A stack's: "Sort by", "Display as" and "View as" with the present choices ticked, "Open in Files" and
 // "Remove from Dock". `options` are the stack's own (see StackPopup.h for their values).
 [[nodiscard]] std::vector<DockMenuEntry> stackMenu(const std::map<std::string, std::string>& options);
 

@@ -47,7 +47,10 @@ constexpr int labelPixels = 13;
 
 DockPanelController::DockPanelController(Preferences& preferences, DockStore& store, Runtime& runtime)
     : preferences_(preferences), store_(store), runtime_(runtime), panel_(std::make_unique<DockPanel>(*this)),
-      edgePush_(runtime, [this] { reveal(); })
+      edgePush_(runtime, [this] { reveal(); }), fans_([this] {
+          reload();
+          panel_->update();
+      })
 {
     dockwindow::prepare(*panel_);
     translucent_ = dockwindow::compositingActive();
@@ -150,8 +153,15 @@ void DockPanelController::reload()
     }
     if (!items_.empty())
         add(DockSlotKind::divider);
+    std::set<std::string> piles;
+    for (const std::string& folder : store_.stackURLs()) {
+        auto options = store_.stackOptions().find(folder);
+        if (options != store_.stackOptions().end() && options->second.contains("display") && options->second.at("display") == "stack")
+            piles.insert(folder);
+    }
+    fans_.show(piles);
     for (const std::string& folder : store_.stackURLs())
-        add(DockSlotKind::stack, folder, std::filesystem::path(folder).filename().string());
+        add(DockSlotKind::stack, folder, std::filesystem::path(folder).filename().string()).fanned = fans_.newest(folder);
     add(DockSlotKind::trash, std::string(DockStore::trashIdentifier), "Trash").full = trashItems_ > 0;
     items_.back().highlighted = dropTarget_ == DockStore::trashIdentifier;
 

@@ -43,6 +43,7 @@
 #include "KestruneDock/Panel/DockRowPainters.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneDock/Panel/EdgePush.h"
+#include "KestruneDock/Panel/StackFans.h"
 #include "KestruneDock/Panel/StackPopup.h"
 #include "KestruneKit/Core/Runtime.h"
 
@@ -295,6 +296,7 @@ private:
     size_t keptShown_ = 0;
     bool roomShown_ = false;
     TimerHandle settleTimer_;
+    StackFans fans_;
     std::map<std::string, DockBadge> badges_;
     std::set<std::string> attention_;
     std::vector<MinimizedWindow> minimized_;

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <QColor>
 #include <QImage>
@@ -43,6 +44,8 @@ struct DockRowItem {
     bool placeholder = false;
     // A drop here would go to this tile.
     bool highlighted = false;
+    // A stack shown as a pile: its newest items, newest first. Empty shows the folder.
+    std::vector<std::string> fanned;
 };
 
 struct DockPaintContext {
@@ -83,6 +86,17 @@ private:
     std::map<std::string, Resting> resting_;
 };
 
+// A tile's image at the largest size it is shown at and at its resting size, each drawn again
+// only when its size or scale changes: a magnified tile changes size on every pointer move.
+struct TwoSizes {
+    QImage full;
+    QImage resting;
+    void clear() { full = resting = QImage(); }
+    // `render` draws the image at a size in device pixels.
+    [[nodiscard]] const QImage& pick(const DockSlotFrame& frame, const DockPaintContext& context,
+        const std::function<QImage(int pixels)>& render);
+};
+
 // A theme icon by name, or a drawing of our own where the theme has none (a folder, the trash).
 class SymbolTilePainter final : public DockSlotPainter {
 public:
@@ -96,10 +110,25 @@ private:
 
     Symbol symbol_;
     bool full_drawn_ = false;
-    // Drawn once at the largest size the tile is shown at, and once at its resting size: a
-    // magnified tile changes size on every pointer move.
-    QImage full_;
-    QImage resting_;
+    TwoSizes images_;
+};
+
+// A stack: its folder, or, shown as a pile, its newest items fanned like papers, the newest on
+// top (pictures as small prints of themselves, other files as their kind's icon).
+class StackTilePainter final : public DockSlotPainter {
+public:
+    void paint(QPainter& painter, const DockRowItem& item, const DockSlotFrame& frame, const QRectF& tile,
+        const DockPaintContext& context) override;
+
+private:
+    [[nodiscard]] static QImage renderPile(const std::vector<std::string>& items, int pixels);
+
+    SymbolTilePainter folder_ { SymbolTilePainter::Symbol::folder };
+    struct Pile {
+        std::vector<std::string> items;
+        TwoSizes images;
+    };
+    std::map<std::string, Pile> piles_;
 };
 
 class DividerPainter final : public DockSlotPainter {

@@ -18,6 +18,8 @@
 #include <QUrl>
 #include <QVBoxLayout>
 
+#include "KestruneDock/Panel/StackFans.h"
+
 namespace kestrune {
 
 namespace {
@@ -37,12 +39,6 @@ protected:
         return data;
     }
 };
-
-QDateTime addedTime(const QFileInfo& info)
-{
-    QDateTime born = info.birthTime();
-    return born.isValid() ? born : info.metadataChangeTime();
-}
 
 } // namespace
 

@@ -6,6 +6,7 @@
 // A stack's options are kept per folder under "stackOptions" (DockStore), as strings:
 //   "view"  "grid" (the default) or "list"
 //   "sort"  "name" (the default), "added", "modified" or "kind"
+//   "display"  "folder" (the default): the tile shows the folder; "stack": its newest items fanned
 //
 // TYPICAL USAGE
 //   auto* popup = new StackPopup(folder, options, tileRect, edge, [] { ... closed ... });

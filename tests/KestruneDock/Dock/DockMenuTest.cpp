@@ -75,10 +75,10 @@ TEST(DockMenu, TheTrashEmptiesOnlyWhenItHoldsSomethingAndSaysHowMuchGoes)
     EXPECT_EQ(emptyTrashQuestion(1).confirm, "Empty Trash");
 }
 
-TEST(DockMenu, AStacksMenuTicksItsOwnOrderAndViewAndNamesWhatEachChoiceSets)
+TEST(DockMenu, AStacksMenuTicksItsOwnOrderDisplayAndViewAndNamesWhatEachChoiceSets)
 {
     auto menu = stackMenu({});
-    EXPECT_EQ(titles(menu), (std::vector<std::string> { "Sort by", "View as", "-", "Open in Files", "-", "Remove from Dock" }));
+    EXPECT_EQ(titles(menu), (std::vector<std::string> { "Sort by", "Display as", "View as", "-", "Open in Files", "-", "Remove from Dock" }));
     auto ticked = [](const DockMenuEntry& submenu) {
         std::vector<std::string> on;
         for (const auto& choice : submenu.children)
@@ -86,13 +86,15 @@ TEST(DockMenu, AStacksMenuTicksItsOwnOrderAndViewAndNamesWhatEachChoiceSets)
                 on.push_back(choice.argument);
         return on;
     };
-    EXPECT_EQ(ticked(menu[0]), std::vector<std::string> { "sort=name" }) << "by name, in a grid, until chosen otherwise";
-    EXPECT_EQ(ticked(menu[1]), std::vector<std::string> { "view=grid" });
+    EXPECT_EQ(ticked(menu[0]), std::vector<std::string> { "sort=name" }) << "by name, as a folder, in a grid, until chosen otherwise";
+    EXPECT_EQ(ticked(menu[1]), std::vector<std::string> { "display=folder" });
+    EXPECT_EQ(ticked(menu[2]), std::vector<std::string> { "view=grid" });
     EXPECT_EQ(titles(menu[0].children), (std::vector<std::string> { "Name", "Date Added", "Date Modified", "Kind" }));
 
-    menu = stackMenu({ { "sort", "modified" }, { "view", "list" } });
+    menu = stackMenu({ { "sort", "modified" }, { "display", "stack" }, { "view", "list" } });
     EXPECT_EQ(ticked(menu[0]), std::vector<std::string> { "sort=modified" });
-    EXPECT_EQ(ticked(menu[1]), std::vector<std::string> { "view=list" });
+    EXPECT_EQ(ticked(menu[1]), std::vector<std::string> { "display=stack" });
+    EXPECT_EQ(ticked(menu[2]), std::vector<std::string> { "view=list" });
 }
 
 } // namespace

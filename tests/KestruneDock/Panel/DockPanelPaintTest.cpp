@@ -1,4 +1,6 @@
+#include <chrono>
 #include <filesystem>
+#include <thread>
 
 #include <QIcon>
 #include <QImage>
@@ -15,6 +17,7 @@
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "tests/helpers/FakeWorkspace.h"
+#include "tests/helpers/QtSpin.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -67,6 +70,18 @@ protected:
         const auto& frame = controller->layout().frames()[slot];
         auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), depth);
         return { x, y };
+    }
+
+    // The window drawn at twice the pixels, as on a HiDPI screen.
+    QImage renderedTwice() const
+    {
+        auto window = controller->windowRect();
+        QImage image(static_cast<int>(window.width * 2), static_cast<int>(window.height * 2), QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(2);
+        image.fill(Qt::transparent);
+        QPainter painter(&image);
+        controller->paint(painter, 2);
+        return image;
     }
 
     // The same on the desktop, as pointer events give it.
@@ -349,17 +364,60 @@ TEST_F(DockPanelPaint, DrawsAnAppsCountAndProgressOnItsTile)
     EXPECT_EQ(controller->panel().render(), plain) << "the badge stayed after it was taken away";
 }
 
+TEST_F(DockPanelPaint, AStackShownAsAPileFansItsNewestItemsAndFollowsTheFolder)
+{
+    std::string papers = folder.file("Papers");
+    std::filesystem::create_directories(papers);
+    auto picture = [&](const char* name, QColor colour) {
+        QImage image(120, 90, QImage::Format_RGB32);
+        image.fill(colour);
+        ASSERT_TRUE(image.save(QString::fromStdString(papers + "/" + name)));
+        // Items are told apart by when they came; the file system keeps that to the nanosecond.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    };
+    folder.write("Papers/notes.txt", "older than the pictures\n");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    picture("green.png", Qt::green);
+    store->addStack(papers);
+    double depth = controller->layout().metrics().thickness() / 2;
+    size_t stack = controller->items().size() - 2;
+    ASSERT_EQ(controller->items()[stack].slot.kind, DockSlotKind::stack);
+    EXPECT_TRUE(controller->items()[stack].fanned.empty()) << "a stack shows its folder until asked";
+    QImage asFolder = controller->panel().render();
+
+    // "Display as" › "Stack" from the tile's menu: the newest item lies on top.
+    controller->contextMenu(onDesktop(stack, depth));
+    ASSERT_TRUE(controller->openMenu());
+    QAction* pile = nullptr;
+    for (QAction* group : controller->openMenu()->actions())
+        if (group->text() == QStringLiteral("Display as") && group->menu())
+            for (QAction* choice : group->menu()->actions())
+                if (choice->text() == QStringLiteral("Stack"))
+                    pile = choice;
+    ASSERT_TRUE(pile);
+    pile->trigger();
+    controller->openMenu()->close();
+    EXPECT_EQ(store->stackOptions().at(papers).at("display"), "stack");
+    EXPECT_EQ(controller->items()[stack].fanned, (std::vector<std::string> { papers + "/green.png", papers + "/notes.txt" }));
+    QImage fanned = controller->panel().render();
+    save(fanned, "panel-stack-pile-1x");
+    save(renderedTwice(), "panel-stack-pile-2x");
+    QColor top = at(fanned, center(stack, depth));
+    EXPECT_GT(top.green(), 200);
+    EXPECT_LT(top.red(), 80) << "the newest picture is not on top";
+    EXPECT_NE(at(asFolder, center(stack, depth)), top);
+
+    // A picture added to the folder goes on top of the pile.
+    picture("red.png", Qt::red);
+    EXPECT_TRUE(test::spinUntil([&] { return at(controller->panel().render(), center(stack, depth)).red() > 200; }))
+        << "the pile did not follow the folder";
+    EXPECT_EQ(controller->items()[stack].fanned.size(), StackFans::fanned);
+}
+
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
 {
     const DockRowMetrics& metrics = controller->layout().metrics();
-    auto window = controller->windowRect();
-    QImage double2(static_cast<int>(window.width * 2), static_cast<int>(window.height * 2), QImage::Format_ARGB32_Premultiplied);
-    double2.setDevicePixelRatio(2);
-    double2.fill(Qt::transparent);
-    {
-        QPainter painter(&double2);
-        controller->paint(painter, 2);
-    }
+    QImage double2 = renderedTwice();
     save(double2, "panel-resting-2x");
     // Drawn at 96 device pixels, the icon's edge is a clean step: one pixel in, full red; one
     // out, none of it.
