@@ -95,6 +95,7 @@ void DockPanelController::readPreferences()
 
 void DockPanelController::reload()
 {
+    std::map<std::string, double> drawnBefore = drawnAxes();
     items_.clear();
     auto add = [this](DockSlotKind kind, std::string path = {}, std::string name = {}) -> DockRowItem& {
         DockRowItem& item = items_.emplace_back();
@@ -179,6 +180,7 @@ void DockPanelController::reload()
         hovered_.reset();
     }
     place();
+    shiftRow(drawnBefore);
     if (animating() && !frames_.isArmed())
         frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
 }
@@ -396,9 +398,84 @@ void DockPanelController::reveal()
     scheduleHide();
 }
 
+std::vector<std::string> DockPanelController::rowKeys() const
+{
+    std::vector<std::string> keys;
+    keys.reserve(items_.size());
+    std::map<DockSlotKind, int> unnamed;
+    for (const DockRowItem& item : items_) {
+        std::string key = std::to_string(static_cast<int>(item.slot.kind)) + ":" + item.path + ":" + std::to_string(item.window);
+        // Dividers have no path: the first, the second…
+        if (item.path.empty())
+            key += ":" + std::to_string(unnamed[item.slot.kind]++);
+        keys.push_back(std::move(key));
+    }
+    return keys;
+}
+
+double DockPanelController::shiftNow(const std::string& key) const
+{
+    auto found = shift_.find(key);
+    if (!shiftStarted_ || found == shift_.end())
+        return 0;
+    double done = std::clamp(secondsBetween(*shiftStarted_, runtime_.now()).count() / shiftSeconds, 0.0, 1.0);
+    return found->second * (1 - done) * (1 - done) * (1 - done);
+}
+
+double DockPanelController::onDesktop(double axis) const
+{
+    auto [x, y] = placement_.toWindow(window_, axis, 0);
+    return values_.edge == DockEdge::bottom ? window_.x + x : window_.y + y;
+}
+
+std::map<std::string, double> DockPanelController::drawnAxes() const
+{
+    std::map<std::string, double> axes;
+    std::vector<std::string> keys = rowKeys();
+    for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index)
+        if (!items_[index].placeholder)
+            axes[keys[index]] = onDesktop(layout_.frames()[index].tile.axis + shiftNow(keys[index]));
+    return axes;
+}
+
+void DockPanelController::shiftRow(const std::map<std::string, double>& drawnBefore)
+{
+    // While a tile is dragged over the row, and as it lands, the tiles that make room or close it
+    // glide there from where they were drawn; otherwise the row changes at once.
+    bool reordering = store_.reorder().holdsTilesStill();
+    bool glides = reordering || wasReordering_;
+    wasReordering_ = reordering;
+    keys_ = rowKeys();
+    // On the desktop: the window grows and shrinks with the row, and the tiles glide from where
+    // they were seen.
+    std::map<std::string, double> placed;
+    for (size_t index = 0; index < keys_.size() && index < layout_.frames().size(); ++index)
+        placed[keys_[index]] = onDesktop(layout_.frames()[index].tile.axis);
+    // Nothing moved (a badge changed, say): a glide under way goes on as it was.
+    if (std::exchange(placed_, placed) == placed && glides)
+        return;
+    shift_.clear();
+    shiftStarted_.reset();
+    if (!glides)
+        return;
+    for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
+        auto before = drawnBefore.find(keys_[index]);
+        if (items_[index].placeholder || before == drawnBefore.end())
+            continue;
+        double away = before->second - placed[keys_[index]];
+        if (std::abs(away) > 0.5)
+            shift_[keys_[index]] = away;
+    }
+    if (shift_.empty())
+        return;
+    shiftStarted_ = runtime_.now();
+    if (!frames_.isArmed())
+        frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
+}
+
 bool DockPanelController::animating() const
 {
-    if (slideStarted_)
+    if (slideStarted_ || shiftStarted_)
         return true;
     if (!values_.animateLaunch)
         return false;
@@ -407,6 +484,10 @@ bool DockPanelController::animating() const
 
 void DockPanelController::tick()
 {
+    if (shiftStarted_ && secondsBetween(*shiftStarted_, runtime_.now()).count() >= shiftSeconds) {
+        shiftStarted_.reset();
+        shift_.clear();
+    }
     if (slideStarted_ && secondsBetween(*slideStarted_, runtime_.now()).count() >= revealSeconds) {
         slideStarted_.reset();
         slideFrom_ = slideTo_;
@@ -1070,6 +1151,8 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
     for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
         const DockRowItem& item = items_[index];
         DockSlotFrame frame = layout_.frames()[index];
+        if (index < keys_.size())
+            frame.tile.axis += shiftNow(keys_[index]);
         if ((item.launching || item.badge.urgent) && values_.animateLaunch) {
             auto started = item.launching ? store_.launchStarted(item.path) : std::optional<Date>();
             double elapsed = started ? secondsBetween(*started, now).count() : std::chrono::duration<double>(now.time_since_epoch()).count();

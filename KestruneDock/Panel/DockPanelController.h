@@ -87,6 +87,8 @@ public:
     // A launching tile hops this often, and the dock slides in over this long.
     static constexpr double hopSeconds = 0.6;
     static constexpr double revealSeconds = 0.25;
+    // Tiles making room for a dragged one glide there over this long.
+    static constexpr double shiftSeconds = 0.2;
     // With auto-hide on: how long after the pointer leaves the dock slides out.
     static constexpr double hideDelaySeconds = 0.5;
     // Slid out of sight, the window off the screen (auto-hide).
@@ -229,6 +231,14 @@ private:
 
     // Repaints what moved since the last paint, not the whole window.
     void repaintChanges();
+    // Each tile's identity in the row, in the row's order.
+    [[nodiscard]] std::vector<std::string> rowKeys() const;
+    // How far from its place in the layout a tile is drawn now, gliding there.
+    [[nodiscard]] double shiftNow(const std::string& key) const;
+    // Where a point of the row's axis lies along the edge, in desktop coordinates.
+    [[nodiscard]] double onDesktop(double axis) const;
+    [[nodiscard]] std::map<std::string, double> drawnAxes() const;
+    void shiftRow(const std::map<std::string, double>& drawnBefore);
 
     Preferences& preferences_;
     DockStore& store_;
@@ -297,6 +307,13 @@ private:
     bool roomShown_ = false;
     TimerHandle settleTimer_;
     StackFans fans_;
+    // The glide of tiles making room: how far each was from its new place when it began.
+    std::vector<std::string> keys_;
+    std::map<std::string, double> shift_;
+    // Where the layout put each tile when the glide began.
+    std::map<std::string, double> placed_;
+    std::optional<Date> shiftStarted_;
+    bool wasReordering_ = false;
     std::map<std::string, DockBadge> badges_;
     std::set<std::string> attention_;
     std::vector<MinimizedWindow> minimized_;

@@ -6,6 +6,8 @@
 #include <QImage>
 #include <QMenu>
 #include <QMessageBox>
+#include <QMimeData>
+#include <QUrl>
 #include <QAbstractButton>
 #include <QPainter>
 #include <gtest/gtest.h>
@@ -412,6 +414,29 @@ TEST_F(DockPanelPaint, AStackShownAsAPileFansItsNewestItemsAndFollowsTheFolder)
     EXPECT_TRUE(test::spinUntil([&] { return at(controller->panel().render(), center(stack, depth)).red() > 200; }))
         << "the pile did not follow the folder";
     EXPECT_EQ(controller->items()[stack].fanned.size(), StackFans::fanned);
+}
+
+TEST_F(DockPanelPaint, TilesMakingRoomForADropGlideThereFromWhereTheyWere)
+{
+    double depth = controller->layout().metrics().thickness() / 2;
+    QPointF blueBefore = onDesktop(1, depth);
+    auto blueAt = [&](QPointF desktop) {
+        auto window = controller->windowRect();
+        QColor seen = at(controller->panel().render(), desktop - QPointF(window.x, window.y));
+        return seen.blue() > 200 && seen.red() < 60;
+    };
+    // An app's entry from a file manager, over the left half of the blue tile: room opens before it.
+    QMimeData entry;
+    entry.setUrls({ QUrl::fromLocalFile(QStringLiteral("/apps/green.desktop")) });
+    EXPECT_EQ(controller->dragOver(blueBefore - QPointF(8, 0), entry), Qt::CopyAction);
+    ASSERT_TRUE(controller->items()[1].placeholder);
+    EXPECT_TRUE(blueAt(blueBefore)) << "the blue tile jumped instead of gliding";
+    QPointF blueAfter = onDesktop(2, depth);
+    // The row grows about its middle: the blue tile goes half the room to the right.
+    EXPECT_GT(blueAfter.x(), blueBefore.x() + 20);
+    EXPECT_TRUE(test::spinUntil([&] { return blueAt(blueAfter) && !blueAt(blueBefore); }, 2000)) << "the glide never ended";
+    save(controller->panel().render(), "panel-room-made-1x");
+    controller->dragLeft();
 }
 
 TEST_F(DockPanelPaint, DrawsSharplyAtTwiceThePixelsAndOpaqueWithoutACompositor)
