@@ -58,6 +58,8 @@ AppDelegate::~AppDelegate()
         preferences_->removeObserver(menuBarIconWatch_);
     welcome_.reset();
     settingsWindow_.reset();
+    if (activityWatch_)
+        KestruneActivity::shared().removeObserver(activityWatch_);
     sessionWatch_.reset();
     launcherEntries_.reset();
     displaySleepWatch_.reset();
@@ -212,6 +214,16 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
             dockController_->setBadge(*path, badge);
     });
     displaySleepWatch_ = std::make_unique<DisplaySleepWatch>(KestruneActivity::shared());
+    // While a screen saver or lock screen has the screen, or another user's session, the dock
+    // steps aside.
+    auto followActivity = [this] {
+        KestruneActivity& activity = KestruneActivity::shared();
+        if (dockController_)
+            dockController_->setScreenGivenAway(activity.isRaised(KestruneActivity::PauseReason::displaysSleep)
+                || activity.isRaised(KestruneActivity::PauseReason::sessionInactive));
+    };
+    activityWatch_ = KestruneActivity::shared().addObserver(followActivity);
+    followActivity();
     return std::nullopt;
 }
 

@@ -113,6 +113,7 @@ private:
     std::string loginEntryPath_;
     std::unique_ptr<SessionWatch> sessionWatch_;
     std::unique_ptr<DisplaySleepWatch> displaySleepWatch_;
+    uint64_t activityWatch_ = 0;
     std::unique_ptr<LauncherEntryWatch> launcherEntries_;
 };
 

@@ -277,8 +277,8 @@ void DockPanelController::show()
     heldDown_ = false;
     shown_ = true;
     place();
-    // Behind a full-screen window it waits to come back.
-    if (!steppedAside_)
+    // Behind a full-screen window or a lock screen it waits to come back.
+    if (!isSteppedAside())
         panel_->show();
     scheduleHide();
     // The label's font is loaded once the dock is up, not on the first hover: loading it reads
@@ -318,19 +318,22 @@ void DockPanelController::setMinimizedWindows(std::vector<MinimizedWindow> windo
     panel_->update();
 }
 
-void DockPanelController::setFullScreenActive(bool fullScreen)
+void DockPanelController::setAside(bool& reason, bool on)
 {
-    if (fullScreen == steppedAside_)
+    bool before = isSteppedAside();
+    reason = on;
+    if (isSteppedAside() == before || !shown_)
         return;
-    steppedAside_ = fullScreen;
-    if (!shown_)
-        return;
-    if (steppedAside_) {
+    if (isSteppedAside()) {
+        // Withdrawn, not merely lowered: nothing can raise it above what has the screen.
         hideTimer_.cancel();
         edgePush_.remove();
         panel_->hide();
-    } else {
-        place();
+        return;
+    }
+    // An auto-hidden dock comes back hidden, its edge strip listening again.
+    place();
+    if (!hidden_) {
         panel_->show();
         scheduleHide();
     }

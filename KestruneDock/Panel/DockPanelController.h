@@ -153,8 +153,11 @@ public:
     // Apps with a window asking for attention: their tiles hop until it is given.
     void setDemandingAttention(std::set<std::string> paths);
     // While the active window fills the screen the dock steps aside, and comes back after.
-    void setFullScreenActive(bool fullScreen);
-    [[nodiscard]] bool isSteppedAside() const { return steppedAside_; }
+    void setFullScreenActive(bool fullScreen) { setAside(asideForFullScreen_, fullScreen); }
+    // While a screen saver or lock screen has the screen (or another user's session), the dock's
+    // window is withdrawn, so that nothing shows it above them.
+    void setScreenGivenAway(bool away) { setAside(asideForLock_, away); }
+    [[nodiscard]] bool isSteppedAside() const { return asideForFullScreen_ || asideForLock_; }
     // The question emptying the trash asks, while it is open.
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
     // The stack's popup open now, if any.
@@ -223,6 +226,7 @@ private:
     void scheduleHide();
     void hideNow();
     void reveal();
+    void setAside(bool& reason, bool on);
     // With the dock on the screen with the pointer: a push against the dock's edge of another
     // screen calls it there.
     void moveToScreen(QScreen* screen);
@@ -317,7 +321,8 @@ private:
     std::map<std::string, DockBadge> badges_;
     std::set<std::string> attention_;
     std::vector<MinimizedWindow> minimized_;
-    bool steppedAside_ = false;
+    bool asideForFullScreen_ = false;
+    bool asideForLock_ = false;
     // Apps asked to quit, and when.
     std::map<std::string, Date> quitAsked_;
     std::unique_ptr<QAbstractNativeEventFilter> compositingWatch_;

@@ -19,9 +19,17 @@ KestruneActivity& KestruneActivity::shared()
     return activity;
 }
 
-void KestruneActivity::raise(PauseReason reason) { reasons_.insert(reason); }
+void KestruneActivity::raise(PauseReason reason)
+{
+    if (reasons_.insert(reason).second)
+        observers_.notify();
+}
 
-void KestruneActivity::lower(PauseReason reason) { reasons_.erase(reason); }
+void KestruneActivity::lower(PauseReason reason)
+{
+    if (reasons_.erase(reason) > 0)
+        observers_.notify();
+}
 
 bool KestruneActivity::perform(const std::function<void()>& work) const
 {

@@ -6,10 +6,13 @@
 //
 // Main thread only.
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <set>
 #include <string_view>
+
+#include "KestruneKit/Core/ObserverList.h"
 
 namespace kestrune {
 
@@ -28,8 +31,13 @@ public:
     // Runs `work` unless a pause is in force; returns whether it ran.
     bool perform(const std::function<void()>& work) const;
 
+    // Told whenever a reason is raised or lowered that was not already.
+    uint64_t addObserver(std::function<void()> observer) { return observers_.add(std::move(observer)); }
+    void removeObserver(uint64_t id) { observers_.remove(id); }
+
 private:
     std::set<PauseReason> reasons_;
+    ObserverList<> observers_;
 };
 
 [[nodiscard]] std::string_view toString(KestruneActivity::PauseReason reason);

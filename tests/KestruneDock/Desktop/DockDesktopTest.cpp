@@ -325,6 +325,36 @@ TEST(DockDesktopWindow, HidesWhenThePointerLeavesAndComesBackToAPushOnTheEdgeNot
     EXPECT_TRUE(test::eventually([&] { return !listed(); }, 10)) << "it stayed after the pointer left";
 }
 
+TEST(DockDesktopWindow, StepsAsideWhileTheScreenSaverHasTheScreen)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    auto listed = [&] {
+        auto list = session.clients();
+        return std::find(list.begin(), list.end(), *window) != list.end();
+    };
+    auto saver = [&](const char* what) {
+        ChildProcessOptions options;
+        options.executable = "/usr/bin/xset";
+        options.arguments = { "s", what };
+        options.environment = session.environment();
+        EXPECT_TRUE(test::spawn(options)->wait().succeeded());
+    };
+    // No pointer moves from here on: any input ends the saver.
+    saver("activate");
+    EXPECT_TRUE(test::eventually([&] { return !listed(); }, 10)) << "the dock stayed over the screen saver";
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    EXPECT_FALSE(listed()) << "the dock came back while the saver ran";
+    saver("reset");
+    EXPECT_TRUE(test::eventually([&] { return listed(); }, 10)) << "the dock did not come back after the saver";
+}
+
 TEST(DockDesktopWindow, LivesOnThePrimaryScreenOrFollowsAPushOnAnotherScreensEdge)
 {
     XSession session(XSession::WindowManager::openbox, 2560, 800);

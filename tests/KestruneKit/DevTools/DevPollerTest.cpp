@@ -62,8 +62,12 @@ TEST_F(DevPollerTest, ANewHolderSoonAfterARefreshDoesNotRefreshAgain)
 
 TEST_F(DevPollerTest, SkipsFiringsWhilePausedButRefreshNowAlwaysRuns)
 {
+    int told = 0;
+    activity.addObserver([&] { ++told; });
     activity.raise(KestruneActivity::PauseReason::systemSleep);
     activity.raise(KestruneActivity::PauseReason::displaysSleep);
+    activity.raise(KestruneActivity::PauseReason::displaysSleep);
+    EXPECT_EQ(told, 2) << "watchers are told of changes only";
     poller.setWanted("tile", true);
     runtime.advance(Seconds(120));
     EXPECT_EQ(runs, 0);
