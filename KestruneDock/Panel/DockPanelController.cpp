@@ -221,6 +221,8 @@ void DockPanelController::moveToScreen(QScreen* screen)
 
 void DockPanelController::watchOtherScreens()
 {
+    for (const ScreenPush& push : screenPushes_)
+        QObject::disconnect(push.resized);
     screenPushes_.clear();
     if (values_.screen != DockScreenChoice::pointer || !screen_)
         return;
@@ -242,7 +244,10 @@ void DockPanelController::watchOtherScreens()
             }, Qt::QueuedConnection);
         });
         push->place(toQt(DockPanelPlacement::screenEdge(there, values_.edge)), other->devicePixelRatio(), values_.edge);
-        screenPushes_.emplace_back(target, std::move(push));
+        // Its strip follows its size; once the resize is told, not under Qt's own call.
+        auto resized = QObject::connect(other, &QScreen::geometryChanged, panel_.get(), [this] { watchOtherScreens(); },
+                                        Qt::QueuedConnection);
+        screenPushes_.push_back({ target, std::move(push), resized });
     }
 }
 

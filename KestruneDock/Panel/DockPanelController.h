@@ -271,7 +271,12 @@ private:
     TimerHandle hideTimer_;
     EdgePush edgePush_;
     // One per other screen the dock may be called to, while it follows the pointer.
-    std::vector<std::pair<QPointer<QScreen>, std::unique_ptr<EdgePush>>> screenPushes_;
+    struct ScreenPush {
+        QPointer<QScreen> screen;
+        std::unique_ptr<EdgePush> push;
+        QMetaObject::Connection resized;
+    };
+    std::vector<ScreenPush> screenPushes_;
     TimerHandle frames_;
     TimerHandle repaint_;
     QImage backdrop_;
