@@ -31,6 +31,10 @@
 #include "KestruneDock/Panel/DockPanelController.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetRow.h"
+#include "KestruneDock/Widgets/WidgetPaging.h"
+#include "KestruneDock/Widgets/WidgetStore.h"
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Core/ApplicationSupport.h"
 #include "KestruneKit/Core/AtomicFile.h"
@@ -67,6 +71,10 @@ AppDelegate::~AppDelegate()
     menuBarIcon_.reset();
     trash_.reset();
     dockController_.reset();
+    widgetRow_.reset();
+    widgetPaging_.reset();
+    widgetStore_.reset();
+    widgetMonitors_.reset();
     store_.reset();
     windowWatch_.reset();
     aiUsage_.reset();
@@ -157,6 +165,13 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     store_ = std::make_unique<DockStore>(*preferences_, *workspace_, *runtime_, raster_.get());
     dockController_ = std::make_unique<DockPanelController>(*preferences_, *store_, *runtime_);
     dockController_->setDesktopServices(desktopServices(environment, home));
+    // The widgets after the apps and stacks: `kestrune widgets …` edits reach the store through
+    // the preferences' follower.
+    widgetStore_ = std::make_unique<WidgetStore>(*preferences_);
+    widgetPaging_ = std::make_unique<WidgetPaging>(*widgetStore_, *preferences_);
+    widgetMonitors_ = std::make_unique<WidgetMonitors>(*runtime_);
+    widgetRow_ = std::make_unique<WidgetRow>(*widgetStore_, *widgetPaging_, *widgetMonitors_);
+    dockController_->setWidgetRow(widgetRow_.get());
     if (windowWatch_) {
         auto follow = [this] {
             if (!dockController_ || !windowWatch_)

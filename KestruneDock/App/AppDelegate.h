@@ -47,6 +47,10 @@ class SingleInstance;
 class SettingsWindow;
 class SystemDockHandover;
 class WelcomeWindow;
+class WidgetMonitors;
+class WidgetPaging;
+class WidgetRow;
+class WidgetStore;
 class TileRaster;
 class Workspace;
 
@@ -105,6 +109,10 @@ private:
     std::unique_ptr<TileRaster> raster_;
     std::unique_ptr<DockStore> store_;
     std::unique_ptr<DockPanelController> dockController_;
+    std::unique_ptr<WidgetStore> widgetStore_;
+    std::unique_ptr<WidgetPaging> widgetPaging_;
+    std::unique_ptr<WidgetMonitors> widgetMonitors_;
+    std::unique_ptr<WidgetRow> widgetRow_;
     std::unique_ptr<DesktopTrash> trash_;
     std::unique_ptr<MenuBarIcon> menuBarIcon_;
     std::unique_ptr<SettingsWindow> settingsWindow_;

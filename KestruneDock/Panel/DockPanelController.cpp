@@ -23,6 +23,7 @@
 #include "KestruneDock/Panel/DockPanel.h"
 #include "KestruneDock/Panel/DockPoof.h"
 #include "KestruneDock/Panel/StackPopup.h"
+#include "KestruneDock/Panel/WidgetSlotPainters.h"
 #include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -74,6 +75,11 @@ DockPanelController::~DockPanelController()
         QObject::disconnect(watch);
     store_.removeObserver(storeWatch_);
     preferences_.removeObserver(preferencesWatch_);
+    if (widgets_) {
+        widgets_->paging().removeObserver(pagingWatch_);
+        widgets_->changed = nullptr;
+        widgets_->setOnScreen({});
+    }
 }
 
 void DockPanelController::readPreferences()
@@ -82,6 +88,11 @@ void DockPanelController::readPreferences()
     bool hiding = values_.autohide;
     values_ = DockPreferences::read(preferences_);
     layout_.setPreferences(values_);
+    if (widgets_) {
+        widgets_->setIconSize(values_.iconSize);
+        widgets_->paging().setIconSize(values_.iconSize);
+        widgets_->paging().setEdge(values_.edge);
+    }
     reload();
     if (values_.screen != before.screen)
         screensChanged(true);
@@ -163,6 +174,7 @@ void DockPanelController::reload()
     fans_.show(piles);
     for (const std::string& folder : store_.stackURLs())
         add(DockSlotKind::stack, folder, std::filesystem::path(folder).filename().string()).fanned = fans_.newest(folder);
+    addWidgets(add);
     add(DockSlotKind::trash, std::string(DockStore::trashIdentifier), "Trash").full = trashItems_ > 0;
     items_.back().highlighted = dropTarget_ == DockStore::trashIdentifier;
 
@@ -170,7 +182,13 @@ void DockPanelController::reload()
     slots.reserve(items_.size());
     for (const DockRowItem& item : items_) {
         slots.push_back(item.slot);
-        if (!painters_.contains(item.slot.kind))
+        if (painters_.contains(item.slot.kind))
+            continue;
+        if (item.slot.kind == DockSlotKind::widget && widgets_)
+            painters_[item.slot.kind] = std::make_unique<WidgetSlotPainter>(*widgets_);
+        else if (item.slot.kind == DockSlotKind::widgetPages && widgets_)
+            painters_[item.slot.kind] = std::make_unique<WidgetPagesPainter>(*widgets_);
+        else
             painters_[item.slot.kind] = makeSlotPainter(item.slot.kind, store_);
     }
     layout_.setHeldStill(store_.holdsTilesStill());
@@ -181,8 +199,94 @@ void DockPanelController::reload()
     }
     place();
     shiftRow(drawnBefore);
+    followVisibility();
     if (animating() && !frames_.isArmed())
         frames_ = runtime_.schedule(Seconds(frameSeconds), TimerRepeat::repeating, Seconds(0), [this] { tick(); });
+}
+
+void DockPanelController::setWidgetRow(WidgetRow* row)
+{
+    if (widgets_)
+        widgets_->paging().removeObserver(pagingWatch_);
+    widgets_ = row;
+    if (!widgets_)
+        return;
+    widgets_->setIconSize(values_.iconSize);
+    widgets_->paging().setIconSize(values_.iconSize);
+    widgets_->paging().setEdge(values_.edge);
+    // The pager tells of a new cut or page from inside the row's own rebuild, at times: the row
+    // is built again once that is done.
+    pagingWatch_ = widgets_->paging().addObserver([this] {
+        if (std::exchange(rebuildPosted_, true))
+            return;
+        QMetaObject::invokeMethod(panel_.get(), [this] {
+            rebuildPosted_ = false;
+            reload();
+            panel_->update();
+        }, Qt::QueuedConnection);
+    });
+    widgets_->changed = [this](const Uuid& id) { repaintWidget(id); };
+    reload();
+}
+
+void DockPanelController::addWidgets(const std::function<DockRowItem&(DockSlotKind, std::string, std::string)>& add)
+{
+    if (!widgets_)
+        return;
+    WidgetPaging& paging = widgets_->paging();
+    // The room the rest of the row leaves on the screen, a margin kept at either end.
+    if (screen_) {
+        DockRowLayout rest;
+        rest.setPreferences(values_);
+        std::vector<DockRowSlot> slots;
+        for (const DockRowItem& item : items_)
+            slots.push_back(item.slot);
+        slots.push_back({ DockSlotKind::divider });
+        slots.push_back({ DockSlotKind::trash });
+        rest.setSlots(std::move(slots));
+        double screenLength = values_.edge == DockEdge::bottom ? screen_->geometry().width() : screen_->geometry().height();
+        paging.setAvailable(screenLength - 2 * values_.iconSize - rest.restingLength());
+    }
+    if (paging.shown().empty() && !paging.showsPagesTile() && !paging.showsStackTile())
+        return;
+    if (!items_.empty() && items_.back().slot.kind != DockSlotKind::divider)
+        add(DockSlotKind::divider, {}, {});
+    for (const Uuid& id : paging.shown()) {
+        WidgetTile* tile = widgets_->tile(id);
+        if (!tile)
+            continue;
+        DockRowItem& item = add(DockSlotKind::widget, id.toString(), std::string(title(tile->instance().kind)));
+        item.slot.length = tile->length(values_.iconSize);
+    }
+    if (paging.showsPagesTile() || paging.showsStackTile()) {
+        std::string help = paging.showsStackTile() ? WidgetPaging::stackHelp(paging.stacked().size()) : WidgetPaging::pagesHelp();
+        add(DockSlotKind::widgetPages, {}, std::move(help)).slot.length = values_.iconSize / 2;
+    }
+}
+
+void DockPanelController::repaintWidget(const Uuid& id)
+{
+    std::string key = id.toString();
+    for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
+        if (items_[index].slot.kind != DockSlotKind::widget || items_[index].path != key)
+            continue;
+        // A new length moves the row: the pager's rebuild repaints it all.
+        if (std::abs(items_[index].slot.length - widgets_->tile(id)->length(values_.iconSize)) > WidgetPaging::cutTolerance) {
+            reload();
+            panel_->update();
+            return;
+        }
+        panel_->update(toQt(placement_.toWindow(window_, layout_.frames()[index].tile)).toAlignedRect().adjusted(-1, -1, 1, 1));
+        return;
+    }
+}
+
+void DockPanelController::followVisibility()
+{
+    if (!widgets_)
+        return;
+    bool visible = shown_ && !hidden_ && !isSteppedAside();
+    widgets_->setOnScreen(visible ? widgets_->paging().shown() : std::vector<Uuid> {});
 }
 
 void DockPanelController::screensChanged(bool followPointerNow)
@@ -285,6 +389,7 @@ void DockPanelController::show()
     // Behind a full-screen window or a lock screen it waits to come back.
     if (!isSteppedAside())
         panel_->show();
+    followVisibility();
     scheduleHide();
     // The label's font is loaded once the dock is up, not on the first hover: loading it reads
     // the font configuration, which would hold up the first frames of the magnification.
@@ -303,6 +408,7 @@ void DockPanelController::orderOut(bool heldDown)
     hideTimer_.cancel();
     edgePush_.remove();
     panel_->hide();
+    followVisibility();
 }
 
 void DockPanelController::setDemandingAttention(std::set<std::string> paths)
@@ -334,6 +440,7 @@ void DockPanelController::setAside(bool& reason, bool on)
         hideTimer_.cancel();
         edgePush_.remove();
         panel_->hide();
+        followVisibility();
         return;
     }
     // An auto-hidden dock comes back hidden, its edge strip listening again.
@@ -342,6 +449,7 @@ void DockPanelController::setAside(bool& reason, bool on)
         panel_->show();
         scheduleHide();
     }
+    followVisibility();
 }
 
 void DockPanelController::prepareToRise()
@@ -399,6 +507,7 @@ void DockPanelController::reveal()
         hidden_ = false;
         slideFrom_ = 0;
         panel_->show();
+        followVisibility();
     }
     if (slideTo_ < 1)
         slide(1);
@@ -503,6 +612,7 @@ void DockPanelController::tick()
             // Out of sight: the window goes, and the edge strip listens for the pointer.
             hidden_ = true;
             panel_->hide();
+            followVisibility();
             if (screen_)
                 edgePush_.place(toQt(placement_.edgeStrip()), screen_->devicePixelRatio(), values_.edge);
         }
@@ -661,6 +771,15 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         break;
     case DockSlotKind::trash:
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
+        break;
+    case DockSlotKind::widgetPages:
+        if (widgets_ && widgets_->paging().showsPagesTile()) {
+            // Alt-click goes back, as the tile's help says.
+            if (QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier)
+                widgets_->paging().showPreviousPage();
+            else
+                widgets_->paging().showNextPage();
+        }
         break;
     default:
         break;

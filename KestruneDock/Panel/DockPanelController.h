@@ -45,6 +45,7 @@
 #include "KestruneDock/Panel/EdgePush.h"
 #include "KestruneDock/Panel/StackFans.h"
 #include "KestruneDock/Panel/StackPopup.h"
+#include "KestruneDock/WidgetViews/WidgetRow.h"
 #include "KestruneKit/Core/Runtime.h"
 
 class QPainter;
@@ -185,6 +186,9 @@ public:
     // After a paint of `region`: what changed since the last one and lay outside it is painted next.
     void painted(const QRegion& region);
 
+    // The widget tiles of the row, after the stacks and before the trash; none leaves them out.
+    void setWidgetRow(WidgetRow* row);
+
     // Placement follows the screens: resolution, primary screen, screens added and removed.
     // `followPointerNow`: a dock that follows the pointer goes to the pointer's screen at once.
     void screensChanged(bool followPointerNow = false);
@@ -227,6 +231,11 @@ private:
     void hideNow();
     void reveal();
     void setAside(bool& reason, bool on);
+    void addWidgets(const std::function<DockRowItem&(DockSlotKind, std::string, std::string)>& add);
+    // Repaints one widget tile's rectangle, or the row when its length changed.
+    void repaintWidget(const Uuid& id);
+    // Widget tiles are shown (and so want their monitors) only while the dock is in sight.
+    void followVisibility();
     // With the dock on the screen with the pointer: a push against the dock's edge of another
     // screen calls it there.
     void moveToScreen(QScreen* screen);
@@ -316,6 +325,9 @@ private:
     bool roomShown_ = false;
     TimerHandle settleTimer_;
     StackFans fans_;
+    WidgetRow* widgets_ = nullptr;
+    uint64_t pagingWatch_ = 0;
+    bool rebuildPosted_ = false;
     // The glide of tiles making room: how far each was from its new place when it began.
     std::vector<std::string> keys_;
     std::map<std::string, double> shift_;

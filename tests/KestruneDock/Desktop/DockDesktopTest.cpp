@@ -37,6 +37,8 @@ public:
         preferences["kestrune.launch.applicationsMenuDeclined"] = true;
         // Past the welcome, but in the test about it.
         preferences["welcomeFinished"] = true;
+        // No widgets (an empty list, as JSON bytes), but in the tests about them.
+        preferences["widgets"] = { { "$data", "W10=" } };
         folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
         ::mkdir(folder.file("run").c_str(), 0700);
     }

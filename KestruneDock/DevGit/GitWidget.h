@@ -1,0 +1,55 @@
+#pragma once
+// OVERVIEW
+// The Git widget's tile: one working copy (the option "folder"), its name and its standing in a
+// few words ("3 changes to commit", "Up to date"), with a dot of the standing's colour. While the
+// tile is shown it holds the repositories monitor's want, so the folder is read every 30 seconds.
+//
+// TYPICAL USAGE
+//   GitWidget tile(instance, monitors);     // instance.options["folder"] = "/home/me/src/dock"
+//   tile.setShown(true);
+//
+// Main thread only.
+
+#include <optional>
+#include <string>
+
+#include <QColor>
+#include <QString>
+
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetTile.h"
+
+namespace kestrune {
+
+struct RepositoryState;
+
+class GitWidget final : public WidgetTile {
+public:
+    static constexpr std::string_view folderOption = "folder";
+
+    GitWidget(WidgetInstance instance, WidgetMonitors& monitors);
+    ~GitWidget() override;
+
+    void setInstance(WidgetInstance instance) override;
+    double length(double iconSize) const override;
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
+    std::string accessibleText() const override;
+
+    // What the tile says, and the colour of its dot, for a state (none: not read yet).
+    struct Face {
+        QString caption;
+        QString value;
+        QColor state;
+    };
+    [[nodiscard]] static Face faceFor(const std::optional<std::string>& folder, const RepositoryState* state);
+
+private:
+    void shownChanged() override;
+    [[nodiscard]] std::optional<std::string> folder() const;
+    [[nodiscard]] Face face() const;
+
+    WidgetMonitors& monitors_;
+    uint64_t watch_ = 0;
+};
+
+} // namespace kestrune

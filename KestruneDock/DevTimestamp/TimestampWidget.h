@@ -1,0 +1,36 @@
+#pragma once
+// OVERVIEW
+// The Timestamp widget's tile: the Unix time now, in seconds, ticking on each second only while
+// the tile is shown.
+//
+// TYPICAL USAGE
+//   TimestampWidget tile(instance, runtime);
+//   tile.setShown(true);      // ticks from the next whole second
+//
+// Main thread only.
+
+#include "KestruneDock/WidgetViews/WidgetTile.h"
+#include "KestruneKit/Core/Runtime.h"
+
+namespace kestrune {
+
+class TimestampWidget final : public WidgetTile {
+public:
+    TimestampWidget(WidgetInstance instance, Runtime& runtime) : WidgetTile(std::move(instance)), runtime_(runtime) {}
+
+    double length(double iconSize) const override;
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
+    std::string accessibleText() const override;
+
+    // Whole seconds since 1970 at this moment.
+    [[nodiscard]] static long long unixSeconds(Date date);
+
+private:
+    void shownChanged() override;
+    void tickAtNextSecond();
+
+    Runtime& runtime_;
+    TimerHandle tick_;
+};
+
+} // namespace kestrune

@@ -1,0 +1,37 @@
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "KestruneKit/Repositories/RepositoriesMonitor.h"
+
+namespace kestrune {
+
+WidgetMonitors::WidgetMonitors(Runtime& runtime) : runtime_(runtime) {}
+
+WidgetMonitors::~WidgetMonitors() = default;
+
+RepositoriesMonitor& WidgetMonitors::repositories()
+{
+    if (!repositories_) {
+        repositories_ = std::make_unique<RepositoriesMonitor>(runtime_);
+        repositories_->onChange = [this](const std::string& folder) { repositoriesChanged_.notify(folder); };
+    }
+    return *repositories_;
+}
+
+void WidgetMonitors::setGitFolder(const Uuid& tile, std::optional<std::string> folder)
+{
+    if (folder)
+        gitFolders_[tile] = std::move(*folder);
+    else
+        gitFolders_.erase(tile);
+    std::vector<std::string> folders;
+    for (const auto& entry : gitFolders_)
+        if (std::find(folders.begin(), folders.end(), entry.second) == folders.end())
+            folders.push_back(entry.second);
+    if (folders != repositories().wanted())
+        repositories().setWanted(std::move(folders));
+}
+
+} // namespace kestrune

@@ -1,0 +1,155 @@
+#include "KestruneDock/WidgetViews/WidgetTile.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QPainterPath>
+
+#include "KestruneDock/DevGit/GitWidget.h"
+#include "KestruneDock/DevTimestamp/TimestampWidget.h"
+
+namespace kestrune {
+
+void WidgetTile::setInstance(WidgetInstance instance)
+{
+    instance_ = std::move(instance);
+    tellChanged();
+}
+
+std::string WidgetTile::accessibleText() const
+{
+    return std::string(title(instance_.kind));
+}
+
+void WidgetTile::setShown(bool shown)
+{
+    if (shown == shown_)
+        return;
+    shown_ = shown;
+    shownChanged();
+}
+
+namespace widgetface {
+
+QFont captionFont(double iconSize)
+{
+    QFont font;
+    font.setPixelSize(std::max(7, static_cast<int>(std::lround(iconSize * 0.2))));
+    font.setWeight(QFont::DemiBold);
+    return font;
+}
+
+QFont valueFont(double iconSize)
+{
+    QFont font;
+    font.setPixelSize(std::max(8, static_cast<int>(std::lround(iconSize * 0.3))));
+    font.setWeight(QFont::Medium);
+    return font;
+}
+
+double inset(double iconSize)
+{
+    return std::max(4.0, iconSize * 0.18);
+}
+
+void paintPlate(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context)
+{
+    double radius = std::min(tile.height() * 0.22, 14.0);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(context.translucent ? QColor(255, 255, 255, 26) : QColor(0x3a, 0x3e, 0x45));
+    painter.drawRoundedRect(tile, radius, radius);
+}
+
+namespace {
+
+double dotSize(double iconSize) { return std::max(4.0, iconSize * 0.13); }
+
+} // namespace
+
+void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, const QString& value, std::optional<QColor> state)
+{
+    double size = tile.height();
+    double left = tile.left() + inset(size);
+    double right = tile.right() - inset(size);
+    QFont small = captionFont(size);
+    QFont large = valueFont(size);
+    QFontMetricsF smallMetrics(small);
+    QFontMetricsF largeMetrics(large);
+    // The two lines sit together in the middle of the plate.
+    double block = smallMetrics.height() + largeMetrics.height();
+    double top = tile.top() + (size - block) / 2;
+    painter.save();
+    if (state) {
+        double dot = dotSize(size);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(*state);
+        painter.drawEllipse(QRectF(left, top + (smallMetrics.height() - dot) / 2, dot, dot));
+        left += dot + dot * 0.6;
+    }
+    painter.setFont(small);
+    painter.setPen(QColor(255, 255, 255, 170));
+    painter.drawText(QRectF(left, top, right - left, smallMetrics.height()), Qt::AlignLeft | Qt::AlignVCenter,
+                     smallMetrics.elidedText(caption, Qt::ElideRight, right - left));
+    double valueLeft = tile.left() + inset(size);
+    painter.setFont(large);
+    painter.setPen(QColor(255, 255, 255, 240));
+    painter.drawText(QRectF(valueLeft, top + smallMetrics.height(), right - valueLeft, largeMetrics.height()),
+                     Qt::AlignLeft | Qt::AlignVCenter, largeMetrics.elidedText(value, Qt::ElideRight, right - valueLeft));
+    painter.restore();
+}
+
+double linesLength(double iconSize, const QString& caption, const QString& value, bool withState)
+{
+    double captionWidth = QFontMetricsF(captionFont(iconSize)).horizontalAdvance(caption);
+    if (withState)
+        captionWidth += dotSize(iconSize) * 1.6;
+    double valueWidth = QFontMetricsF(valueFont(iconSize)).horizontalAdvance(value);
+    // Whole points, so that a text a hair wider does not move the row.
+    return std::ceil(std::max(captionWidth, valueWidth) + 2 * inset(iconSize));
+}
+
+} // namespace widgetface
+
+namespace {
+
+// A kind whose tile is still to come: its name on the plate.
+class NamedTile final : public WidgetTile {
+public:
+    using WidgetTile::WidgetTile;
+
+    double length(double iconSize) const override
+    {
+        return std::max(iconSize * 1.6, widgetface::linesLength(iconSize, QString(), title(), false));
+    }
+
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override
+    {
+        widgetface::paintPlate(painter, tile, context);
+        widgetface::paintLines(painter, tile, QString(), title());
+    }
+
+private:
+    [[nodiscard]] QString title() const
+    {
+        std::string_view name = kestrune::title(instance_.kind);
+        return QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()));
+    }
+};
+
+} // namespace
+
+std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, WidgetMonitors& monitors)
+{
+    switch (instance.kind) {
+    case WidgetKind::git:
+        return std::make_unique<GitWidget>(instance, monitors);
+    case WidgetKind::timestamp:
+        return std::make_unique<TimestampWidget>(instance, monitors.runtime());
+    default:
+        return std::make_unique<NamedTile>(instance);
+    }
+}
+
+} // namespace kestrune

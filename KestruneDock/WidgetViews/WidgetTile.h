@@ -1,0 +1,96 @@
+#pragma once
+// OVERVIEW
+// One widget's tile in the dock row: painted by the panel into the slot the row gives it (no
+// child widgets in the row), as long along the dock as its face needs. A tile works only while it
+// is shown: then it ticks, or holds its monitor's want; hidden (behind a page, under a hidden
+// dock) it costs nothing.
+//
+// TYPICAL USAGE
+//   auto tile = makeWidgetTile(instance, monitors);
+//   tile->changed = [&] { repaint(instance.id); };
+//   tile->setShown(true);
+//   tile->paint(painter, rect, context);
+//
+// Main thread only.
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <QColor>
+#include <QFont>
+#include <QRectF>
+#include <QString>
+
+#include "KestruneDock/Widgets/WidgetStore.h"
+
+class QPainter;
+
+namespace kestrune {
+
+class WidgetMonitors;
+
+struct WidgetPaintContext {
+    double devicePixelRatio = 1;
+    // Behind the bar lie the desktop's pixels (a compositor blends them) or our own.
+    bool translucent = true;
+};
+
+class WidgetTile {
+public:
+    explicit WidgetTile(WidgetInstance instance) : instance_(std::move(instance)) {}
+    virtual ~WidgetTile() = default;
+    WidgetTile(const WidgetTile&) = delete;
+    WidgetTile& operator=(const WidgetTile&) = delete;
+
+    [[nodiscard]] const WidgetInstance& instance() const { return instance_; }
+    // Its face or options changed.
+    virtual void setInstance(WidgetInstance instance);
+
+    // Along the dock, in points, for a tile `iconSize` deep.
+    [[nodiscard]] virtual double length(double iconSize) const = 0;
+    virtual void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const = 0;
+    // What a screen reader says for the tile.
+    [[nodiscard]] virtual std::string accessibleText() const;
+
+    // On screen or not; a tile wants its monitor, and ticks, only while shown.
+    void setShown(bool shown);
+    [[nodiscard]] bool isShown() const { return shown_; }
+
+    // The tile looks different now: it is drawn (and measured) again.
+    std::function<void()> changed;
+
+protected:
+    virtual void shownChanged() {}
+    void tellChanged() const
+    {
+        if (changed)
+            changed();
+    }
+
+    WidgetInstance instance_;
+    bool shown_ = false;
+};
+
+// The plate every tile is drawn on, and its two lines of text: a small caption and the value.
+namespace widgetface {
+
+[[nodiscard]] QFont captionFont(double iconSize);
+[[nodiscard]] QFont valueFont(double iconSize);
+// Room on each side of the text.
+[[nodiscard]] double inset(double iconSize);
+void paintPlate(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context);
+// The caption above, the value below, both from the plate's start; a dot of `state` colour
+// before the caption when given.
+void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, const QString& value,
+                std::optional<QColor> state = std::nullopt);
+// How long a tile with these two lines is.
+[[nodiscard]] double linesLength(double iconSize, const QString& caption, const QString& value, bool withState);
+
+} // namespace widgetface
+
+// The tile of an instance, its kind's own where there is one.
+[[nodiscard]] std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, WidgetMonitors& monitors);
+
+} // namespace kestrune
