@@ -1,0 +1,175 @@
+// The widget tiles in the dock row, painted offscreen: where they stand, what they say from their
+// real monitors, when they want them, and the pages tile when the row does not fit.
+
+#include <filesystem>
+
+#include <QImage>
+#include <QPainter>
+#include <gtest/gtest.h>
+
+#include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/DevGit/GitWidget.h"
+#include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/Dock/DockStore.h"
+#include "KestruneDock/Panel/DockPanel.h"
+#include "KestruneDock/Panel/DockPanelController.h"
+#include "KestruneDock/Panel/TileRasterQt.h"
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetRow.h"
+#include "KestruneKit/Preferences/Preferences.h"
+#include "KestruneKit/Repositories/RepositoriesMonitor.h"
+#include "tests/helpers/FakeWorkspace.h"
+#include "tests/helpers/QtSpin.h"
+#include "tests/helpers/TestSupport.h"
+
+namespace kestrune {
+namespace {
+
+void save(const QImage& image, const std::string& name)
+{
+    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
+    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
+}
+
+class WidgetRowTest : public ::testing::Test {
+protected:
+    WidgetRowTest()
+    {
+        workspace.suffix = ".desktop";
+        workspace.files.insert("/apps/red.desktop");
+        preferences.set(DockStore::pinnedKey, std::vector<std::string> { "/apps/red.desktop" });
+        // A working copy with one file not yet committed.
+        test::shell(folder.path(), "git init -q -b main project && cd project && echo one > one && git add one"
+                                   " && git -c user.name=T -c user.email=t@e commit -qm one && echo two > two");
+        widgets.apply(*widgetPreset("Developer"));
+        git = widgets.instances()[0].id;
+        widgets.setOption(git, "folder", folder.file("project"));
+        store = std::make_unique<DockStore>(preferences, workspace, runtime, &raster);
+        controller = std::make_unique<DockPanelController>(preferences, *store, runtime);
+        controller->setWidgetRow(&row);
+        controller->show();
+        spin();
+    }
+
+    ~WidgetRowTest() override { controller.reset(); }
+
+    // Lets posted work (the pager's rebuild, the monitor's readings) land.
+    static void spin() { test::spinUntil([] { return false; }, 50); }
+
+    [[nodiscard]] std::vector<std::string> widgetSlots() const
+    {
+        std::vector<std::string> kinds;
+        for (const DockRowItem& item : controller->items())
+            if (item.slot.kind == DockSlotKind::widget)
+                kinds.push_back(item.name);
+            else if (item.slot.kind == DockSlotKind::widgetPages)
+                kinds.push_back("pages");
+        return kinds;
+    }
+
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences { folder.file("app.quillane.dock.json") };
+    test::FakeWorkspace workspace;
+    QtRuntime runtime;
+    TileRasterQt raster;
+    WidgetStore widgets { preferences };
+    WidgetPaging paging { widgets, preferences };
+    WidgetMonitors monitors { runtime };
+    WidgetRow row { widgets, paging, monitors };
+    Uuid git;
+    std::unique_ptr<DockStore> store;
+    std::unique_ptr<DockPanelController> controller;
+};
+
+TEST_F(WidgetRowTest, TilesStandAfterTheAppsInPagesThatFitAndThePagesTileStepsThroughThem)
+{
+    // The offscreen screen is narrower than the nine Developer widgets.
+    ASSERT_GT(paging.pages().size(), 1U);
+    std::vector<std::string> firstPage = widgetSlots();
+    ASSERT_GE(firstPage.size(), 2U);
+    EXPECT_EQ(firstPage.front(), "Git");
+    EXPECT_EQ(firstPage.back(), "pages");
+    EXPECT_EQ(controller->items().back().slot.kind, DockSlotKind::trash);
+    EXPECT_EQ(row.onScreen(), paging.shown()) << "what is on screen is what the pager shows";
+    EXPECT_LE(controller->layout().restingLength(), 800) << "the row runs off the screen";
+    save(controller->panel().render(), "row-developer-page-1-1x");
+    auto window = controller->windowRect();
+    QImage twice(static_cast<int>(window.width * 2), static_cast<int>(window.height * 2), QImage::Format_ARGB32_Premultiplied);
+    twice.setDevicePixelRatio(2);
+    twice.fill(Qt::transparent);
+    {
+        QPainter painter(&twice);
+        controller->paint(painter, 2);
+    }
+    save(twice, "row-developer-page-1-2x");
+
+    // A click on the pages tile shows the next page; the first page's tiles leave the screen.
+    size_t pagesTile = controller->items().size() - 2;
+    const DockSlotFrame& frame = controller->layout().frames()[pagesTile];
+    auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), frame.tile.depth + 10);
+    controller->clicked(QPointF(controller->windowRect().x + x, controller->windowRect().y + y), Qt::LeftButton);
+    spin();
+    EXPECT_EQ(paging.page(), 1U);
+    EXPECT_NE(widgetSlots(), firstPage);
+    EXPECT_EQ(row.onScreen(), paging.shown());
+    EXPECT_FALSE(row.tile(git)->isShown()) << "a tile on another page is still shown";
+}
+
+TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
+{
+    RepositoriesMonitor& repositories = monitors.repositories();
+    EXPECT_TRUE(repositories.poller().isActive()) << "the shown Git tile wants no reading";
+    EXPECT_TRUE(test::spinUntil([&] { return repositories.states().contains(folder.file("project")); }));
+    spin();
+    EXPECT_EQ(row.tile(git)->accessibleText(), "project · main: 1 change to commit");
+    QImage shown = controller->panel().render();
+    save(shown, "row-git-1x");
+
+    // Out of sight, for any reason, nothing is read and nothing ticks.
+    controller->orderOut();
+    EXPECT_FALSE(repositories.poller().isActive());
+    controller->show();
+    EXPECT_TRUE(repositories.poller().isActive());
+    controller->setFullScreenActive(true);
+    EXPECT_FALSE(repositories.poller().isActive());
+    EXPECT_TRUE(row.onScreen().empty());
+    controller->setFullScreenActive(false);
+    EXPECT_TRUE(repositories.poller().isActive());
+
+    // Taken out of the row, the tile gives its want and its folder up.
+    widgets.remove(git);
+    spin();
+    EXPECT_FALSE(repositories.poller().isActive());
+    EXPECT_TRUE(repositories.wanted().empty());
+}
+
+TEST(WidgetTiles, TheGitFaceNamesTheFolderTheStandingAndWhatWentWrong)
+{
+    auto face = GitWidget::faceFor(std::nullopt, nullptr);
+    EXPECT_EQ(face.value.toStdString(), "Choose a folder");
+    face = GitWidget::faceFor("/home/me/src/dock", nullptr);
+    EXPECT_EQ(face.caption.toStdString(), "dock");
+    EXPECT_EQ(face.value.toStdString(), "Reading…");
+    RepositoryState missing { "/home/me/src/dock", repositoryFailure(RepositoryProblem::missing), Date {} };
+    face = GitWidget::faceFor("/home/me/src/dock", &missing);
+    EXPECT_EQ(face.value.toStdString(), "Not found");
+    EXPECT_GT(face.state.red(), 200);
+}
+
+TEST(WidgetTiles, TheTimestampTicksOnTheSecondOnlyWhileShown)
+{
+    QtRuntime runtime;
+    TimestampWidget tile(WidgetInstance::make(WidgetKind::timestamp), runtime);
+    int ticks = 0;
+    tile.changed = [&] { ++ticks; };
+    EXPECT_EQ(TimestampWidget::unixSeconds(Date(std::chrono::milliseconds(1'700'000'000'999))), 1'700'000'000);
+    tile.setShown(true);
+    EXPECT_TRUE(test::spinUntil([&] { return ticks >= 2; }, 3000)) << "no tick in a second";
+    tile.setShown(false);
+    int hidden = ticks;
+    test::spinUntil([] { return false; }, 1300);
+    EXPECT_EQ(ticks, hidden) << "a hidden tile ticked";
+}
+
+} // namespace
+} // namespace kestrune
