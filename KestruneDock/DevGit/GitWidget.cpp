@@ -11,11 +11,6 @@ namespace kestrune {
 
 namespace {
 
-const QColor good(0x4c, 0xd9, 0x64);
-const QColor waiting(0xff, 0xb3, 0x40);
-const QColor trouble(0xff, 0x5f, 0x57);
-const QColor unknown(0x9a, 0xa0, 0xa6);
-
 QString text(std::string_view words) { return QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size())); }
 
 } // namespace
@@ -69,27 +64,27 @@ void GitWidget::shownChanged()
 GitWidget::Face GitWidget::faceFor(const std::optional<std::string>& folder, const RepositoryState* state)
 {
     if (!folder)
-        return { QStringLiteral("Git"), QStringLiteral("Choose a folder"), unknown };
+        return { QStringLiteral("Git"), QStringLiteral("Choose a folder"), stateColour::unknown() };
     QString name = QString::fromStdString(std::filesystem::path(*folder).filename().string());
     if (name.isEmpty())
         name = QString::fromStdString(*folder);
     if (!state)
-        return { name, QStringLiteral("Reading…"), unknown };
+        return { name, QStringLiteral("Reading…"), stateColour::unknown() };
     if (const RepositoryFailure* failure = state->failure())
-        return { name, QString::fromStdString(failure->text), trouble };
+        return { name, QString::fromStdString(failure->text), stateColour::trouble() };
     RepositoryStanding standing = RepositoryStanding::of(*state->status());
-    QColor colour = waiting;
+    QColor colour = stateColour::waiting();
     switch (standing.standing) {
     case RepositoryStanding::Case::committed:
     case RepositoryStanding::Case::upToDate:
-        colour = good;
+        colour = stateColour::good();
         break;
     case RepositoryStanding::Case::conflicts:
     case RepositoryStanding::Case::gone:
-        colour = trouble;
+        colour = stateColour::trouble();
         break;
     case RepositoryStanding::Case::operation:
-        colour = standing.count > 0 ? trouble : waiting;
+        colour = standing.count > 0 ? stateColour::trouble() : stateColour::waiting();
         break;
     default:
         break;

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 
 namespace kestrune {
@@ -18,6 +20,24 @@ RepositoriesMonitor& WidgetMonitors::repositories()
         repositories_->onChange = [this](const std::string& folder) { repositoriesChanged_.notify(folder); };
     }
     return *repositories_;
+}
+
+PullRequestsMonitor& WidgetMonitors::pullRequests()
+{
+    if (!pullRequests_) {
+        pullRequests_ = std::make_unique<PullRequestsMonitor>(runtime_);
+        pullRequests_->onChange = [this] { pullRequestsChanged_.notify(); };
+    }
+    return *pullRequests_;
+}
+
+ContainersMonitor& WidgetMonitors::containers()
+{
+    if (!containers_) {
+        containers_ = std::make_unique<ContainersMonitor>(runtime_);
+        containers_->onChange = [this] { containersChanged_.notify(); };
+    }
+    return *containers_;
 }
 
 void WidgetMonitors::setGitFolder(const Uuid& tile, std::optional<std::string> folder)

@@ -25,6 +25,8 @@
 
 namespace kestrune {
 
+class ContainersMonitor;
+class PullRequestsMonitor;
 class RepositoriesMonitor;
 
 class WidgetMonitors {
@@ -45,11 +47,24 @@ public:
     }
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
+    // The monitors read whole, each telling its tiles of every change.
+    enum class Source { pullRequests, containers };
+    [[nodiscard]] PullRequestsMonitor& pullRequests();
+    [[nodiscard]] ContainersMonitor& containers();
+    uint64_t addObserver(Source source, std::function<void()> observer) { return changed(source).add(std::move(observer)); }
+    void removeObserver(Source source, uint64_t id) { changed(source).remove(id); }
+
 private:
+    [[nodiscard]] ObserverList<>& changed(Source source) { return source == Source::pullRequests ? pullRequestsChanged_ : containersChanged_; }
+
     Runtime& runtime_;
     std::unique_ptr<RepositoriesMonitor> repositories_;
     std::map<Uuid, std::string> gitFolders_;
     ObserverList<const std::string&> repositoriesChanged_;
+    std::unique_ptr<PullRequestsMonitor> pullRequests_;
+    ObserverList<> pullRequestsChanged_;
+    std::unique_ptr<ContainersMonitor> containers_;
+    ObserverList<> containersChanged_;
 };
 
 } // namespace kestrune

@@ -9,6 +9,7 @@
 
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/WidgetViews/SummaryTile.h"
 
 namespace kestrune {
 
@@ -30,6 +31,13 @@ void WidgetTile::setShown(bool shown)
     shown_ = shown;
     shownChanged();
 }
+
+namespace stateColour {
+QColor good() { return { 0x4c, 0xd9, 0x64 }; }
+QColor waiting() { return { 0xff, 0xb3, 0x40 }; }
+QColor trouble() { return { 0xff, 0x5f, 0x57 }; }
+QColor unknown() { return { 0x9a, 0xa0, 0xa6 }; }
+} // namespace stateColour
 
 namespace widgetface {
 
@@ -147,6 +155,10 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<GitWidget>(instance, monitors);
     case WidgetKind::timestamp:
         return std::make_unique<TimestampWidget>(instance, monitors.runtime());
+    case WidgetKind::github:
+        return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::pullRequests);
+    case WidgetKind::containers:
+        return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
     default:
         return std::make_unique<NamedTile>(instance);
     }

@@ -73,6 +73,14 @@ protected:
     bool shown_ = false;
 };
 
+// The colours of a dot: all is well, something waits for the user, something is wrong, not known.
+namespace stateColour {
+[[nodiscard]] QColor good();
+[[nodiscard]] QColor waiting();
+[[nodiscard]] QColor trouble();
+[[nodiscard]] QColor unknown();
+} // namespace stateColour
+
 // The plate every tile is drawn on, and its two lines of text: a small caption and the value.
 namespace widgetface {
 

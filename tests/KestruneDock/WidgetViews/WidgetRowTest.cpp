@@ -16,6 +16,8 @@
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
+#include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 #include "tests/helpers/FakeWorkspace.h"
@@ -141,6 +143,36 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     spin();
     EXPECT_FALSE(repositories.poller().isActive());
     EXPECT_TRUE(repositories.wanted().empty());
+}
+
+TEST(WidgetTiles, GitHubAndContainersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
+    QtRuntime runtime;
+    WidgetStore widgets(preferences);
+    WidgetPaging paging(widgets, preferences);
+    WidgetMonitors monitors(runtime);
+    WidgetRow row(widgets, paging, monitors);
+    widgets.apply(WidgetPreset { "Two", "", "", { WidgetKind::github, WidgetKind::containers } });
+    std::vector<Uuid> ids { widgets.instances()[0].id, widgets.instances()[1].id };
+    std::map<Uuid, int> redrawn;
+    row.changed = [&](const Uuid& id) { ++redrawn[id]; };
+
+    row.setOnScreen(ids);
+    EXPECT_TRUE(monitors.pullRequests().poller().isActive());
+    EXPECT_TRUE(monitors.containers().poller().isActive());
+    // Whatever this machine has (gh or not, an engine or not), each monitor's first news redraws
+    // its tile, which then says what the monitor says.
+    EXPECT_TRUE(test::spinUntil([&] { return redrawn[ids[0]] > 0 && redrawn[ids[1]] > 0; }, 20000));
+    EXPECT_EQ(row.tile(ids[1])->accessibleText(), "Containers: " + containersText::summary(monitors.containers().state()));
+    EXPECT_NE(monitors.containers().state().phase, ContainersState::Phase::looking);
+
+    row.setOnScreen({ ids[1] });
+    EXPECT_FALSE(monitors.pullRequests().poller().isActive()) << "a hidden GitHub tile still wants its monitor";
+    EXPECT_TRUE(monitors.containers().poller().isActive());
+    row.setOnScreen({});
+    EXPECT_FALSE(monitors.containers().poller().isActive());
 }
 
 TEST(WidgetTiles, TheGitFaceNamesTheFolderTheStandingAndWhatWentWrong)

@@ -1,0 +1,46 @@
+#pragma once
+// OVERVIEW
+// A tile whose face is its monitor's summary in one line, under the widget's name, with a dot of
+// the state's colour: the GitHub and Containers tiles. While shown it holds the monitor's want.
+//
+// TYPICAL USAGE
+//   auto tile = std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
+//   tile->setShown(true);
+//
+// Main thread only.
+
+#include <cstdint>
+
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetTile.h"
+
+namespace kestrune {
+
+class DevPoller;
+
+class SummaryTile final : public WidgetTile {
+public:
+    SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source);
+    ~SummaryTile() override;
+
+    double length(double iconSize) const override;
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
+    std::string accessibleText() const override;
+
+    struct Face {
+        QString value;
+        QColor state;
+    };
+    [[nodiscard]] Face face() const;
+
+private:
+    void shownChanged() override;
+    [[nodiscard]] DevPoller& poller() const;
+    [[nodiscard]] QString caption() const;
+
+    WidgetMonitors& monitors_;
+    WidgetMonitors::Source source_;
+    uint64_t watch_ = 0;
+};
+
+} // namespace kestrune
