@@ -2,7 +2,12 @@
 
 #include <algorithm>
 
+#include <set>
+
+#include <QRegularExpression>
+
 #include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 
 namespace kestrune {
@@ -22,7 +27,30 @@ SummaryTile::~SummaryTile()
 
 DevPoller& SummaryTile::poller() const
 {
-    return source_ == WidgetMonitors::Source::pullRequests ? monitors_.pullRequests().poller() : monitors_.containers().poller();
+    switch (source_) {
+    case WidgetMonitors::Source::pullRequests: return monitors_.pullRequests().poller();
+    case WidgetMonitors::Source::containers: return monitors_.containers().poller();
+    case WidgetMonitors::Source::devServers: break;
+    }
+    return monitors_.devServers().poller();
+}
+
+std::vector<DevServer> SummaryTile::devServers() const
+{
+    const auto& servers = monitors_.devServers().servers();
+    if (!servers)
+        return {};
+    // The option names ports to leave out, separated by spaces or commas.
+    std::set<int> ignored;
+    auto found = instance_.options.find(std::string(ignoredPortsOption));
+    if (found != instance_.options.end())
+        for (const QString& port : QString::fromStdString(found->second).split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts))
+            ignored.insert(port.toInt());
+    std::vector<DevServer> kept;
+    for (const DevServer& server : *servers)
+        if (!ignored.contains(server.port))
+            kept.push_back(server);
+    return kept;
 }
 
 void SummaryTile::shownChanged()
@@ -53,6 +81,12 @@ SummaryTile::Face SummaryTile::face() const
         if (value == QString::fromUtf8(pullRequestsText::checksFailing.data()))
             return { value, stateColour::trouble() };
         return { value, state.report && state.report->review.issueCount > 0 ? stateColour::waiting() : stateColour::good() };
+    }
+    if (source_ == WidgetMonitors::Source::devServers) {
+        if (!monitors_.devServers().servers())
+            return { QString::fromUtf8(devServersText::looking.data()), stateColour::unknown() };
+        std::vector<DevServer> servers = devServers();
+        return { QString::fromStdString(devServersText::summary(servers)), servers.empty() ? stateColour::unknown() : stateColour::good() };
     }
     const ContainersState& state = monitors_.containers().state();
     QString value = QString::fromStdString(containersText::summary(state));

@@ -10,6 +10,8 @@
 // Main thread only.
 
 #include <cstdint>
+#include <string_view>
+#include <vector>
 
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetTile.h"
@@ -18,8 +20,13 @@ namespace kestrune {
 
 class DevPoller;
 
+struct DevServer;
+
 class SummaryTile final : public WidgetTile {
 public:
+    // Dev Servers: the ports left out, separated by spaces or commas.
+    static constexpr std::string_view ignoredPortsOption = "ignoredPorts";
+
     SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source);
     ~SummaryTile() override;
 
@@ -37,6 +44,8 @@ private:
     void shownChanged() override;
     [[nodiscard]] DevPoller& poller() const;
     [[nodiscard]] QString caption() const;
+    // The Dev Servers monitor's servers but the ignored ports.
+    [[nodiscard]] std::vector<DevServer> devServers() const;
 
     WidgetMonitors& monitors_;
     WidgetMonitors::Source source_;

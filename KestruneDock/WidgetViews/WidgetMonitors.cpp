@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 
@@ -38,6 +39,25 @@ ContainersMonitor& WidgetMonitors::containers()
         containers_->onChange = [this] { containersChanged_.notify(); };
     }
     return *containers_;
+}
+
+DevServersMonitor& WidgetMonitors::devServers()
+{
+    if (!devServers_) {
+        devServers_ = std::make_unique<DevServersMonitor>(runtime_);
+        devServers_->onChange = [this] { devServersChanged_.notify(); };
+    }
+    return *devServers_;
+}
+
+ObserverList<>& WidgetMonitors::changed(Source source)
+{
+    switch (source) {
+    case Source::pullRequests: return pullRequestsChanged_;
+    case Source::containers: return containersChanged_;
+    case Source::devServers: return devServersChanged_;
+    }
+    return containersChanged_;
 }
 
 void WidgetMonitors::setGitFolder(const Uuid& tile, std::optional<std::string> folder)

@@ -26,6 +26,7 @@
 namespace kestrune {
 
 class ContainersMonitor;
+class DevServersMonitor;
 class PullRequestsMonitor;
 class RepositoriesMonitor;
 
@@ -48,14 +49,15 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers };
+    enum class Source { pullRequests, containers, devServers };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     [[nodiscard]] ContainersMonitor& containers();
+    [[nodiscard]] DevServersMonitor& devServers();
     uint64_t addObserver(Source source, std::function<void()> observer) { return changed(source).add(std::move(observer)); }
     void removeObserver(Source source, uint64_t id) { changed(source).remove(id); }
 
 private:
-    [[nodiscard]] ObserverList<>& changed(Source source) { return source == Source::pullRequests ? pullRequestsChanged_ : containersChanged_; }
+    [[nodiscard]] ObserverList<>& changed(Source source);
 
     Runtime& runtime_;
     std::unique_ptr<RepositoriesMonitor> repositories_;
@@ -65,6 +67,8 @@ private:
     ObserverList<> pullRequestsChanged_;
     std::unique_ptr<ContainersMonitor> containers_;
     ObserverList<> containersChanged_;
+    std::unique_ptr<DevServersMonitor> devServers_;
+    ObserverList<> devServersChanged_;
 };
 
 } // namespace kestrune

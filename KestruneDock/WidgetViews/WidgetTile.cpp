@@ -159,6 +159,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::pullRequests);
     case WidgetKind::containers:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
+    case WidgetKind::devServers:
+        return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::devServers);
     default:
         return std::make_unique<NamedTile>(instance);
     }

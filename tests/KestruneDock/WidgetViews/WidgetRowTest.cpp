@@ -1,6 +1,9 @@
 // The widget tiles in the dock row, painted offscreen: where they stand, what they say from their
 // real monitors, when they want them, and the pages tile when the row does not fit.
 
+#include <netinet/in.h>
+#include <sys/socket.h>
+
 #include <filesystem>
 
 #include <QImage>
@@ -17,6 +20,8 @@
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/Core/UniqueFd.h"
+#include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
@@ -145,7 +150,7 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     EXPECT_TRUE(repositories.wanted().empty());
 }
 
-TEST(WidgetTiles, GitHubAndContainersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
+TEST(WidgetTiles, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
 {
     test::TemporaryFolder folder;
     JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
@@ -154,8 +159,18 @@ TEST(WidgetTiles, GitHubAndContainersTilesHoldTheirMonitorsWhileShownAndRedrawOn
     WidgetPaging paging(widgets, preferences);
     WidgetMonitors monitors(runtime);
     WidgetRow row(widgets, paging, monitors);
-    widgets.apply(WidgetPreset { "Two", "", "", { WidgetKind::github, WidgetKind::containers } });
-    std::vector<Uuid> ids { widgets.instances()[0].id, widgets.instances()[1].id };
+    widgets.apply(WidgetPreset { "Three", "", "", { WidgetKind::github, WidgetKind::containers, WidgetKind::devServers } });
+    std::vector<Uuid> ids { widgets.instances()[0].id, widgets.instances()[1].id, widgets.instances()[2].id };
+    // A server of this process's own, on a port of its own.
+    UniqueFd server(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::bind(server.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    ASSERT_EQ(::listen(server.get(), 1), 0);
+    socklen_t length = sizeof address;
+    ::getsockname(server.get(), reinterpret_cast<sockaddr*>(&address), &length);
+    std::string port = std::to_string(ntohs(address.sin_port));
     std::map<Uuid, int> redrawn;
     row.changed = [&](const Uuid& id) { ++redrawn[id]; };
 
@@ -167,12 +182,27 @@ TEST(WidgetTiles, GitHubAndContainersTilesHoldTheirMonitorsWhileShownAndRedrawOn
     EXPECT_TRUE(test::spinUntil([&] { return redrawn[ids[0]] > 0 && redrawn[ids[1]] > 0; }, 20000));
     EXPECT_EQ(row.tile(ids[1])->accessibleText(), "Containers: " + containersText::summary(monitors.containers().state()));
     EXPECT_NE(monitors.containers().state().phase, ContainersState::Phase::looking);
+    auto listed = [&] {
+        const auto& servers = monitors.devServers().servers();
+        return servers && std::any_of(servers->begin(), servers->end(), [&](const DevServer& one) { return std::to_string(one.port) == port; });
+    };
+    ASSERT_TRUE(test::spinUntil(listed, 10000)) << "the Dev Servers tile never heard of port " << port;
+    // The ports the user ignores are left out: all but ours, then ours too.
+    std::string others;
+    for (const DevServer& one : *monitors.devServers().servers())
+        if (std::to_string(one.port) != port)
+            others += std::to_string(one.port) + ", ";
+    widgets.setOption(ids[2], "ignoredPorts", others);
+    EXPECT_EQ(row.tile(ids[2])->accessibleText().rfind("Dev Servers: " + port + " · ", 0), 0U) << row.tile(ids[2])->accessibleText();
+    widgets.setOption(ids[2], "ignoredPorts", others + port);
+    EXPECT_EQ(row.tile(ids[2])->accessibleText(), "Dev Servers: No servers running");
 
     row.setOnScreen({ ids[1] });
     EXPECT_FALSE(monitors.pullRequests().poller().isActive()) << "a hidden GitHub tile still wants its monitor";
     EXPECT_TRUE(monitors.containers().poller().isActive());
     row.setOnScreen({});
     EXPECT_FALSE(monitors.containers().poller().isActive());
+    EXPECT_FALSE(monitors.devServers().poller().isActive());
 }
 
 TEST(WidgetTiles, TheGitFaceNamesTheFolderTheStandingAndWhatWentWrong)
