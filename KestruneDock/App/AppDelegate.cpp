@@ -170,6 +170,7 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     widgetStore_ = std::make_unique<WidgetStore>(*preferences_);
     widgetPaging_ = std::make_unique<WidgetPaging>(*widgetStore_, *preferences_);
     widgetMonitors_ = std::make_unique<WidgetMonitors>(*runtime_);
+    widgetMonitors_->setAIUsage(aiUsage_.get());
     widgetRow_ = std::make_unique<WidgetRow>(*widgetStore_, *widgetPaging_, *widgetMonitors_);
     dockController_->setWidgetRow(widgetRow_.get());
     if (windowWatch_) {

@@ -30,7 +30,9 @@ DevPoller& SummaryTile::poller() const
     switch (source_) {
     case WidgetMonitors::Source::pullRequests: return monitors_.pullRequests().poller();
     case WidgetMonitors::Source::containers: return monitors_.containers().poller();
-    case WidgetMonitors::Source::devServers: break;
+    case WidgetMonitors::Source::devServers:
+    case WidgetMonitors::Source::aiUsage:
+        break;
     }
     return monitors_.devServers().poller();
 }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
@@ -12,7 +13,21 @@ namespace kestrune {
 
 WidgetMonitors::WidgetMonitors(Runtime& runtime) : runtime_(runtime) {}
 
-WidgetMonitors::~WidgetMonitors() = default;
+WidgetMonitors::~WidgetMonitors()
+{
+    if (aiUsage_)
+        aiUsage_->onChange = nullptr;
+}
+
+void WidgetMonitors::setAIUsage(AIUsageEngine* engine)
+{
+    if (aiUsage_)
+        aiUsage_->onChange = nullptr;
+    aiUsage_ = engine;
+    if (aiUsage_)
+        aiUsage_->onChange = [this] { aiUsageChanged_.notify(); };
+    aiUsageChanged_.notify();
+}
 
 RepositoriesMonitor& WidgetMonitors::repositories()
 {
@@ -56,6 +71,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::pullRequests: return pullRequestsChanged_;
     case Source::containers: return containersChanged_;
     case Source::devServers: return devServersChanged_;
+    case Source::aiUsage: return aiUsageChanged_;
     }
     return containersChanged_;
 }

@@ -25,6 +25,7 @@
 
 namespace kestrune {
 
+class AIUsageEngine;
 class ContainersMonitor;
 class DevServersMonitor;
 class PullRequestsMonitor;
@@ -49,10 +50,14 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers };
+    enum class Source { pullRequests, containers, devServers, aiUsage };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     [[nodiscard]] ContainersMonitor& containers();
     [[nodiscard]] DevServersMonitor& devServers();
+    // The application's AI usage engine, made at start-up (it collects in the background); none
+    // leaves the AI Usage tile with nothing to show.
+    void setAIUsage(AIUsageEngine* engine);
+    [[nodiscard]] AIUsageEngine* aiUsage() const { return aiUsage_; }
     uint64_t addObserver(Source source, std::function<void()> observer) { return changed(source).add(std::move(observer)); }
     void removeObserver(Source source, uint64_t id) { changed(source).remove(id); }
 
@@ -69,6 +74,8 @@ private:
     ObserverList<> containersChanged_;
     std::unique_ptr<DevServersMonitor> devServers_;
     ObserverList<> devServersChanged_;
+    AIUsageEngine* aiUsage_ = nullptr;
+    ObserverList<> aiUsageChanged_;
 };
 
 } // namespace kestrune

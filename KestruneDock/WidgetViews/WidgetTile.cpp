@@ -7,6 +7,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include "KestruneDock/AIUsage/AIUsageWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/WidgetViews/SummaryTile.h"
@@ -159,6 +160,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::pullRequests);
     case WidgetKind::containers:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
+    case WidgetKind::aiUsage:
+        return std::make_unique<AIUsageWidget>(instance, monitors);
     case WidgetKind::devServers:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::devServers);
     default:

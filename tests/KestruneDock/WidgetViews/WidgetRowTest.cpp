@@ -10,6 +10,7 @@
 #include <QPainter>
 #include <gtest/gtest.h>
 
+#include "KestruneDock/AIUsage/AIUsageWidget.h"
 #include "KestruneDock/App/QtRuntime.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
@@ -20,11 +21,13 @@
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
+#include "KestruneKit/Core/ManualRuntime.h"
 #include "KestruneKit/Core/UniqueFd.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
+#include "tests/KestruneKit/AIUsage/AIUsageTestSupport.h"
 #include "tests/helpers/FakeWorkspace.h"
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/TestSupport.h"
@@ -203,6 +206,48 @@ TEST(WidgetTiles, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileShownA
     row.setOnScreen({});
     EXPECT_FALSE(monitors.containers().poller().isActive());
     EXPECT_FALSE(monitors.devServers().poller().isActive());
+}
+
+TEST(WidgetTiles, TheAIUsageTileShowsTheTightestLimitAndWantsTheEngineOnlyWhileShown)
+{
+    test::fixtureWindows();
+    test::TemporaryFolder home;
+    test::copyFixtureHome(home);
+    ManualRuntime runtime(test::fixtureNow());
+    AIUsageEngine::Configuration handDriven;
+    handDriven.watches = false;
+    handDriven.asksCodex = AIUsageAsksCodex::never;
+    AIUsageEngine engine(runtime, home.path(), home.file("support"), handDriven);
+    WidgetMonitors monitors(runtime);
+    monitors.setAIUsage(&engine);
+    AIUsageWidget tile(WidgetInstance::make(WidgetKind::aiUsage), monitors);
+    int redrawn = 0;
+    tile.changed = [&] { ++redrawn; };
+
+    EXPECT_TRUE(engine.description().starts_with("engine idle"));
+    tile.setShown(true);
+    EXPECT_FALSE(engine.description().starts_with("engine idle"));
+    ASSERT_TRUE(runtime.runUntil([&] { return engine.snapshot().counted && !engine.isReadingLimits(); }));
+    EXPECT_GT(redrawn, 0);
+    EXPECT_EQ(tile.accessibleText(), AIUsageWidget::faceFor(engine.snapshot(), runtime.now()).caption.toStdString() + ": "
+                                         + AIUsageWidget::faceFor(engine.snapshot(), runtime.now()).value.toStdString());
+    tile.setShown(false);
+    EXPECT_TRUE(engine.description().starts_with("engine idle")) << "a hidden tile kept the engine running";
+
+    // Of two tools, the limit nearer its end is the one shown, in its level's colour.
+    AIUsageSnapshot snapshot;
+    snapshot.counted = true;
+    AIUsageReport claude;
+    claude.limits.push_back({ 42, 300, runtime.now() + std::chrono::hours(2), std::nullopt });
+    AIUsageReport codex;
+    codex.tool = AIUsageTool::codex;
+    codex.limits.push_back({ 93, 10080, runtime.now() + std::chrono::hours(30), std::nullopt });
+    snapshot.reports = { claude, codex };
+    auto face = AIUsageWidget::faceFor(snapshot, runtime.now());
+    EXPECT_EQ(face.caption.toStdString().rfind(std::string(shortName(AIUsageTool::codex)), 0), 0U) << face.caption.toStdString();
+    EXPECT_NE(face.value.toStdString().find("93"), std::string::npos) << face.value.toStdString();
+    EXPECT_GT(face.state.red(), 200);
+    EXPECT_EQ(AIUsageWidget::faceFor(AIUsageSnapshot { {}, false, true, false, {} }, runtime.now()).value.toStdString(), "No AI tools found");
 }
 
 TEST(WidgetTiles, TheGitFaceNamesTheFolderTheStandingAndWhatWentWrong)

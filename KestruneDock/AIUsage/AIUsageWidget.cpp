@@ -1,0 +1,106 @@
+#include "KestruneDock/AIUsage/AIUsageWidget.h"
+
+#include <algorithm>
+
+namespace kestrune {
+
+namespace {
+
+QString text(std::string_view words) { return QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size())); }
+
+QColor levelColour(std::optional<AIUsageLevel> level)
+{
+    if (!level)
+        return stateColour::unknown();
+    switch (*level) {
+    case AIUsageLevel::plenty: return stateColour::good();
+    case AIUsageLevel::low: return stateColour::waiting();
+    case AIUsageLevel::nearlyGone: return stateColour::trouble();
+    }
+    return stateColour::unknown();
+}
+
+} // namespace
+
+AIUsageWidget::AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors) : WidgetTile(std::move(instance)), monitors_(monitors)
+{
+    watch_ = monitors_.addObserver(WidgetMonitors::Source::aiUsage, [this] { tellChanged(); });
+}
+
+AIUsageWidget::~AIUsageWidget()
+{
+    demand_.release();
+    monitors_.removeObserver(WidgetMonitors::Source::aiUsage, watch_);
+}
+
+void AIUsageWidget::shownChanged()
+{
+    if (shown_ && monitors_.aiUsage())
+        demand_ = monitors_.aiUsage()->demand(AIUsageEngine::Demand::Tokens::live);
+    else
+        demand_.release();
+}
+
+AIUsageWidget::Face AIUsageWidget::faceFor(const AIUsageSnapshot& snapshot, Date now)
+{
+    const QString name = QStringLiteral("AI Usage");
+    // The limit nearest its end, of any tool, is what matters most.
+    const AIUsageToolSummary::Row* tightest = nullptr;
+    AIUsageTool tightestTool = AIUsageTool::claude;
+    double tightestUse = -1;
+    std::vector<AIUsageToolSummary> summaries;
+    summaries.reserve(snapshot.reports.size());
+    for (const AIUsageReport& report : snapshot.reports)
+        summaries.push_back(summarize(report, now, snapshot.counting));
+    for (size_t index = 0; index < summaries.size(); ++index) {
+        const AIUsageReport& report = snapshot.reports[index];
+        for (const auto& row : summaries[index].rows) {
+            if (row.window.kind != AIUsageToolSummary::WindowKind::limit || !row.level || row.window.index >= report.limits.size())
+                continue;
+            double used = report.limits[row.window.index].used;
+            if (used > tightestUse) {
+                tightest = &row;
+                tightestTool = report.tool;
+                tightestUse = used;
+            }
+        }
+    }
+    if (tightest)
+        return { text(shortName(tightestTool)) + QStringLiteral(" · ") + QString::fromStdString(tightest->title),
+                 QString::fromStdString(tightest->value), levelColour(tightest->level) };
+    // No limits known: the first tool's last five hours.
+    for (const auto& summary : summaries)
+        for (const auto& row : summary.rows)
+            if (row.window.kind == AIUsageToolSummary::WindowKind::block)
+                return { text(shortName(summary.tool)) + QStringLiteral(" · ") + QString::fromStdString(row.title),
+                         QString::fromStdString(row.value), stateColour::unknown() };
+    return { name, snapshot.counting || !snapshot.counted ? QStringLiteral("Looking…") : text(AIUsageWords::noToolsFound), stateColour::unknown() };
+}
+
+AIUsageWidget::Face AIUsageWidget::face() const
+{
+    if (!monitors_.aiUsage())
+        return faceFor({}, monitors_.runtime().now());
+    return faceFor(monitors_.aiUsage()->snapshot(), monitors_.runtime().now());
+}
+
+double AIUsageWidget::length(double iconSize) const
+{
+    Face shown = face();
+    return std::clamp(widgetface::linesLength(iconSize, shown.caption, shown.value, true), iconSize * 2, iconSize * 4);
+}
+
+void AIUsageWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
+{
+    Face shown = face();
+    widgetface::paintPlate(painter, tile, context);
+    widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
+}
+
+std::string AIUsageWidget::accessibleText() const
+{
+    Face shown = face();
+    return (shown.caption + QStringLiteral(": ") + shown.value).toStdString();
+}
+
+} // namespace kestrune

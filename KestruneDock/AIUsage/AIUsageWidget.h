@@ -1,0 +1,47 @@
+#pragma once
+// OVERVIEW
+// The AI Usage widget's tile: the plan limit closest to running out, of whichever coding tool, with
+// its level's colour ("Claude Code · 5-hour limit", "42%"); without limits, the tokens of the last
+// five hours. While shown it holds a live demand on the AI usage engine; hidden, the engine stops
+// watching the tools' files.
+//
+// TYPICAL USAGE
+//   AIUsageWidget tile(instance, monitors);
+//   tile.setShown(true);
+//
+// Main thread only.
+
+#include <cstdint>
+
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetTile.h"
+#include "KestruneKit/AIUsage/AIUsageEngine.h"
+
+namespace kestrune {
+
+class AIUsageWidget final : public WidgetTile {
+public:
+    AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors);
+    ~AIUsageWidget() override;
+
+    double length(double iconSize) const override;
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
+    std::string accessibleText() const override;
+
+    struct Face {
+        QString caption;
+        QString value;
+        QColor state;
+    };
+    [[nodiscard]] static Face faceFor(const AIUsageSnapshot& snapshot, Date now);
+
+private:
+    void shownChanged() override;
+    [[nodiscard]] Face face() const;
+
+    WidgetMonitors& monitors_;
+    uint64_t watch_ = 0;
+    AIUsageEngine::Demand demand_;
+};
+
+} // namespace kestrune
