@@ -352,6 +352,7 @@ void AppDelegate::openSettings()
         setup.loginEntryPath = loginEntryPath_;
         setup.executable = QCoreApplication::applicationFilePath().toStdString();
         setup.notify = [this](const std::string& name) { received(name); };
+        setup.widgets = widgetStore_.get();
         settingsWindow_ = std::make_unique<SettingsWindow>(*preferences_, std::move(setup));
         windows_.push_back(settingsWindow_.get());
     }

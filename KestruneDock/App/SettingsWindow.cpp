@@ -23,6 +23,7 @@
 #include <QVBoxLayout>
 
 #include "KestruneDock/App/LoginItem.h"
+#include "KestruneDock/App/WidgetsPane.h"
 #include "KestruneDock/Dock/DockPreferences.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
 #include "KestruneDock/Dock/DockStore.h"
@@ -236,7 +237,12 @@ QWidget* SettingsWindow::makeWidgets()
 {
     QWidget* pane = titledPane(QStringLiteral("Widgets"));
     QVBoxLayout* layout = column(pane);
-    layout->addStretch();
+    if (setup_.widgets) {
+        widgetsPane_ = new WidgetsPane(*setup_.widgets, preferences_);
+        layout->addWidget(widgetsPane_, 1);
+    } else {
+        layout->addStretch();
+    }
     return pane;
 }
 

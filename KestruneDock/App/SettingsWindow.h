@@ -27,6 +27,8 @@ class QStackedWidget;
 namespace kestrune {
 
 class Preferences;
+class WidgetStore;
+class WidgetsPane;
 
 class SettingsWindow final : public QWidget {
 public:
@@ -39,6 +41,8 @@ public:
         std::string executable;
         // In-process notifications ("kestrune.loginItemChanged").
         std::function<void(const std::string& name)> notify;
+        // The dock's widgets, for the Widgets pane; none leaves the pane empty.
+        WidgetStore* widgets = nullptr;
     };
 
     SettingsWindow(Preferences& preferences, Setup setup);
@@ -51,6 +55,8 @@ public:
     void refresh();
     // The reset's question, while it is open.
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
+    // The Widgets pane, when the window was given the widgets.
+    [[nodiscard]] WidgetsPane* widgetsPane() const { return widgetsPane_; }
 
 private:
     QWidget* makeGeneral();
@@ -62,6 +68,7 @@ private:
 
     Preferences& preferences_;
     Setup setup_;
+    WidgetsPane* widgetsPane_ = nullptr;
     uint64_t preferencesWatch_ = 0;
     QListWidget* pages_ = nullptr;
     QStackedWidget* stack_ = nullptr;

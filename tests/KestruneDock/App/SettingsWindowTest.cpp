@@ -7,6 +7,9 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QImage>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QTabWidget>
 #include <QMessageBox>
 #include <QPainter>
 #include <QPushButton>
@@ -16,6 +19,8 @@
 #include "KestruneDock/App/LoginItem.h"
 #include "KestruneDock/App/SettingsWindow.h"
 #include "KestruneDock/App/WelcomeWindow.h"
+#include "KestruneDock/App/WidgetsPane.h"
+#include "KestruneDock/Widgets/WidgetPaging.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/TestSupport.h"
@@ -47,6 +52,77 @@ T* named(QWidget& window, const QString& text)
         }
     }
     return nullptr;
+}
+
+TEST(SettingsWindow, TheWidgetsPaneArrangesTheRowAddsFromTheGalleryAppliesPresetsAndSetsOptions)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("config/app.quillane.dock.json"));
+    WidgetStore widgets(preferences);
+    SettingsWindow window(preferences, { folder.file("autostart.desktop"), "/bin/true", {}, &widgets });
+    window.showPage(SettingsWindow::Page::widgets);
+    WidgetsPane* pane = window.widgetsPane();
+    ASSERT_TRUE(pane);
+    auto kinds = [&] {
+        std::vector<WidgetKind> row;
+        for (const WidgetInstance& instance : widgets.instances())
+            row.push_back(instance.kind);
+        return row;
+    };
+    auto* row = named<QListWidget>(window, QStringLiteral("Widgets in the Dock"));
+    ASSERT_EQ(row->count(), 3) << "a first start's three widgets";
+
+    // "Use the Developer widgets", then the row rearranged by its buttons.
+    named<QPushButton>(window, QStringLiteral("Use the Developer widgets"))->click();
+    EXPECT_EQ(kinds(), allWidgetPresets()[1].kinds);
+    EXPECT_EQ(row->count(), 9) << "the list did not follow the store";
+    Uuid git = widgets.instances()[0].id;
+    pane->select(git);
+    EXPECT_FALSE(named<QPushButton>(window, QStringLiteral("Move Up"))->isEnabled());
+    named<QPushButton>(window, QStringLiteral("Move Down"))->click();
+    EXPECT_EQ(widgets.instances()[1].id, git);
+    EXPECT_EQ(pane->selected(), git) << "the moved widget lost the selection";
+
+    // The Git widget's folder, chosen as the dialog would.
+    pane->chooseFolder = [&](const std::string&) { return std::optional<std::string>(folder.path()); };
+    named<QPushButton>(window, QStringLiteral("Choose…"))->click();
+    EXPECT_EQ(widgets.instance(git)->options.at("folder"), folder.path());
+    // Dev Servers' ignored ports.
+    Uuid servers = widgets.instances()[2].id;
+    ASSERT_EQ(widgets.instance(servers)->kind, WidgetKind::devServers);
+    pane->select(servers);
+    auto* ports = named<QLineEdit>(window, QStringLiteral("Ports to ignore"));
+    ports->setText(QStringLiteral("5432"));
+    Q_EMIT ports->editingFinished();
+    EXPECT_EQ(widgets.instance(servers)->options.at("ignoredPorts"), "5432");
+    named<QPushButton>(window, QStringLiteral("Remove from the Dock"))->click();
+    EXPECT_EQ(widgets.instance(servers), nullptr);
+
+    // The gallery by category: Developer offers its eight, retired kinds never; Add appends.
+    auto* category = named<QComboBox>(window, QStringLiteral("Category"));
+    category->setCurrentIndex(category->findText(QStringLiteral("Developer")));
+    auto* gallery = named<QListWidget>(window, QStringLiteral("Widgets to add"));
+    EXPECT_EQ(gallery->count(), 8);
+    category->setCurrentIndex(category->findText(QStringLiteral("All widgets")));
+    EXPECT_EQ(gallery->count(), 47) << "the three retired kinds are offered";
+    gallery->setCurrentRow(1);
+    named<QPushButton>(window, QStringLiteral("Add to the Dock"))->click();
+    EXPECT_EQ(kinds().back(), WidgetKind::clock);
+
+    // A face from the picker; the overflow policy both ways.
+    pane->select(widgets.instances().back().id);
+    auto* face = named<QComboBox>(window, QStringLiteral("Face"));
+    face->setCurrentIndex(face->findText(QStringLiteral("Analog")));
+    Q_EMIT face->activated(face->currentIndex());
+    EXPECT_EQ(widgets.instances().back().style, "analog");
+    auto* overflow = named<QComboBox>(window, QStringLiteral("When they don’t fit"));
+    overflow->setCurrentIndex(1);
+    Q_EMIT overflow->activated(1);
+    EXPECT_EQ(preferences.stringValue("widgetOverflow"), "stack");
+    preferences.set("widgetOverflow", std::string("pages"));
+    EXPECT_EQ(overflow->currentIndex(), 0);
+    window.resize(760, 560);
+    saveAt(window, "settings-widgets");
 }
 
 TEST(SettingsWindow, EachControlWritesThePreferencesAndFollowsChangesMadeElsewhere)

@@ -1,0 +1,298 @@
+#include "KestruneDock/App/WidgetsPane.h"
+
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QPushButton>
+#include <QSignalBlocker>
+#include <QStackedWidget>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+#include "KestruneDock/DevGit/GitWidget.h"
+#include "KestruneDock/WidgetViews/SummaryTile.h"
+#include "KestruneDock/Widgets/WidgetPaging.h"
+#include "KestruneKit/Preferences/Preferences.h"
+
+namespace kestrune {
+
+namespace {
+
+constexpr int idRole = Qt::UserRole + 1;
+constexpr int kindRole = Qt::UserRole + 2;
+
+QString text(std::string_view words) { return QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size())); }
+
+// The options pages, by what the selected widget can set.
+enum OptionsPage { noOptions, gitOptions, devServersOptions };
+
+} // namespace
+
+WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences) : store_(store), preferences_(preferences)
+{
+    chooseFolder = [this](const std::string& current) -> std::optional<std::string> {
+        QString chosen = QFileDialog::getExistingDirectory(this, QStringLiteral("Choose a Project Folder"), QString::fromStdString(current));
+        if (chosen.isEmpty())
+            return std::nullopt;
+        return chosen.toStdString();
+    };
+    auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* tabs = new QTabWidget;
+    layout->addWidget(tabs);
+
+    // In the Dock: the row, and what the selected widget can change.
+    auto* inDock = new QWidget;
+    auto* inDockLayout = new QVBoxLayout(inDock);
+    row_ = new QListWidget;
+    row_->setAccessibleName(QStringLiteral("Widgets in the Dock"));
+    QObject::connect(row_, &QListWidget::currentRowChanged, this, [this] { showSelection(); });
+    up_ = new QPushButton(QStringLiteral("Move Up"));
+    down_ = new QPushButton(QStringLiteral("Move Down"));
+    remove_ = new QPushButton(QStringLiteral("Remove from the Dock"));
+    QObject::connect(up_, &QPushButton::clicked, this, [this] {
+        if (auto id = selected())
+            store_.moveUp(*id);
+    });
+    QObject::connect(down_, &QPushButton::clicked, this, [this] {
+        if (auto id = selected())
+            store_.moveDown(*id);
+    });
+    QObject::connect(remove_, &QPushButton::clicked, this, [this] {
+        if (auto id = selected())
+            store_.remove(*id);
+    });
+    auto* buttons = new QHBoxLayout;
+    buttons->addWidget(up_);
+    buttons->addWidget(down_);
+    buttons->addStretch();
+    buttons->addWidget(remove_);
+    auto* form = new QFormLayout;
+    form_ = form;
+    face_ = new QComboBox;
+    face_->setAccessibleName(QStringLiteral("Face"));
+    QObject::connect(face_, &QComboBox::activated, this, [this](int index) {
+        if (auto id = selected())
+            store_.setStyle(*id, face_->itemData(index).toString().toStdString());
+    });
+    form->addRow(QStringLiteral("Face"), face_);
+    options_ = new QStackedWidget;
+    options_->addWidget(new QWidget);
+    auto* gitPage = new QWidget;
+    auto* gitLayout = new QHBoxLayout(gitPage);
+    gitLayout->setContentsMargins(0, 0, 0, 0);
+    folderShown_ = new QLabel;
+    folderShown_->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    folder_ = new QPushButton(QStringLiteral("Choose…"));
+    folder_->setAccessibleName(QStringLiteral("Project folder"));
+    QObject::connect(folder_, &QPushButton::clicked, this, [this] {
+        auto id = selected();
+        const WidgetInstance* instance = id ? store_.instance(*id) : nullptr;
+        if (!instance || !chooseFolder)
+            return;
+        auto found = instance->options.find(std::string(GitWidget::folderOption));
+        if (auto chosen = chooseFolder(found == instance->options.end() ? std::string() : found->second))
+            store_.setOption(*id, std::string(GitWidget::folderOption), *chosen);
+    });
+    gitLayout->addWidget(folderShown_, 1);
+    gitLayout->addWidget(folder_);
+    options_->addWidget(gitPage);
+    ignoredPorts_ = new QLineEdit;
+    ignoredPorts_->setAccessibleName(QStringLiteral("Ports to ignore"));
+    ignoredPorts_->setPlaceholderText(QStringLiteral("5432, 6379"));
+    QObject::connect(ignoredPorts_, &QLineEdit::editingFinished, this, [this] {
+        if (auto id = selected())
+            store_.setOption(*id, std::string(SummaryTile::ignoredPortsOption), ignoredPorts_->text().toStdString());
+    });
+    options_->addWidget(ignoredPorts_);
+    form->addRow(QStringLiteral("Options"), options_);
+    inDockLayout->addWidget(row_, 1);
+    inDockLayout->addLayout(buttons);
+    inDockLayout->addLayout(form);
+    overflow_ = new QComboBox;
+    overflow_->setAccessibleName(QStringLiteral("When they don’t fit"));
+    overflow_->addItem(QStringLiteral("Show them in pages"), QStringLiteral("pages"));
+    overflow_->addItem(QStringLiteral("Put the rest in a stack"), QStringLiteral("stack"));
+    QObject::connect(overflow_, &QComboBox::activated, this, [this](int index) {
+        preferences_.set(WidgetPaging::overflowKey, overflow_->itemData(index).toString().toStdString());
+    });
+    form->addRow(QStringLiteral("When they don’t fit"), overflow_);
+    tabs->addTab(inDock, QStringLiteral("In the Dock"));
+
+    // The gallery: a category, its kinds, and an add button.
+    auto* gallery = new QWidget;
+    auto* galleryLayout = new QVBoxLayout(gallery);
+    category_ = new QComboBox;
+    category_->setAccessibleName(QStringLiteral("Category"));
+    category_->addItem(text(allWidgetsTitle), -1);
+    for (WidgetCategory category : allWidgetCategories)
+        category_->addItem(text(title(category)), static_cast<int>(category));
+    QObject::connect(category_, &QComboBox::currentIndexChanged, this, [this] { showGallery(); });
+    gallery_ = new QListWidget;
+    gallery_->setAccessibleName(QStringLiteral("Widgets to add"));
+    gallery_->setWordWrap(true);
+    auto* add = new QPushButton(QStringLiteral("Add to the Dock"));
+    QObject::connect(add, &QPushButton::clicked, this, [this] {
+        if (QListWidgetItem* item = gallery_->currentItem())
+            select(store_.add(static_cast<WidgetKind>(item->data(kindRole).toInt())));
+    });
+    QObject::connect(gallery_, &QListWidget::itemDoubleClicked, add, &QPushButton::click);
+    auto* addRow = new QHBoxLayout;
+    addRow->addStretch();
+    addRow->addWidget(add);
+    galleryLayout->addWidget(category_);
+    galleryLayout->addWidget(gallery_, 1);
+    galleryLayout->addLayout(addRow);
+    tabs->addTab(gallery, QStringLiteral("Add Widgets"));
+
+    // Presets: each replaces the row; the first entry is the row as it is.
+    auto* presets = new QWidget;
+    auto* presetsLayout = new QVBoxLayout(presets);
+    auto* current = new QLabel;
+    current->setWordWrap(true);
+    current->setObjectName(QStringLiteral("currentWidgets"));
+    presetsLayout->addWidget(new QLabel(QStringLiteral("<b>%1</b>").arg(text(currentWidgetsTitle))));
+    presetsLayout->addWidget(current);
+    for (const WidgetPreset& preset : allWidgetPresets()) {
+        auto* entry = new QHBoxLayout;
+        auto* words = new QLabel(QStringLiteral("<b>%1</b><br>%2").arg(text(preset.title), text(preset.subtitle)));
+        auto* use = new QPushButton(QString::fromStdString(preset.buttonTitle()));
+        const WidgetPreset* chosen = &preset;
+        QObject::connect(use, &QPushButton::clicked, this, [this, chosen] { store_.apply(*chosen); });
+        entry->addWidget(words, 1);
+        entry->addWidget(use);
+        presetsLayout->addLayout(entry);
+    }
+    presetsLayout->addStretch();
+    tabs->addTab(presets, QStringLiteral("Presets"));
+
+    storeWatch_ = store_.addObserver([this, current](const std::vector<WidgetInstance>& instances) {
+        QStringList names;
+        for (const WidgetInstance& instance : instances)
+            names << text(title(instance.kind));
+        current->setText(names.isEmpty() ? QStringLiteral("No widgets") : names.join(QStringLiteral(", ")));
+        showRow();
+    });
+    preferencesWatch_ = preferences_.addObserver([this](const std::string& key) {
+        if (key == WidgetPaging::overflowKey)
+            readOverflow();
+    });
+    QStringList names;
+    for (const WidgetInstance& instance : store_.instances())
+        names << text(title(instance.kind));
+    current->setText(names.isEmpty() ? QStringLiteral("No widgets") : names.join(QStringLiteral(", ")));
+    showRow();
+    showGallery();
+    readOverflow();
+}
+
+WidgetsPane::~WidgetsPane()
+{
+    store_.removeObserver(storeWatch_);
+    preferences_.removeObserver(preferencesWatch_);
+}
+
+std::optional<Uuid> WidgetsPane::selected() const
+{
+    QListWidgetItem* item = row_->currentItem();
+    if (!item)
+        return std::nullopt;
+    return Uuid::fromString(item->data(idRole).toString().toStdString());
+}
+
+void WidgetsPane::select(const Uuid& id)
+{
+    for (int index = 0; index < row_->count(); ++index)
+        if (row_->item(index)->data(idRole).toString().toStdString() == id.toString())
+            row_->setCurrentRow(index);
+}
+
+void WidgetsPane::showRow()
+{
+    std::optional<Uuid> keep = selected();
+    {
+        QSignalBlocker quiet(row_);
+        row_->clear();
+        for (const WidgetInstance& instance : store_.instances()) {
+            QString label = text(title(instance.kind));
+            for (const WidgetStyle& style : faces(instance.kind))
+                if (style.identifier == instance.style && !instance.style.empty())
+                    label += QStringLiteral(" · ") + QString::fromStdString(style.title);
+            auto* item = new QListWidgetItem(label);
+            item->setData(idRole, QString::fromStdString(instance.id.toString()));
+            row_->addItem(item);
+        }
+    }
+    if (keep)
+        select(*keep);
+    showSelection();
+}
+
+void WidgetsPane::showSelection()
+{
+    auto id = selected();
+    const WidgetInstance* instance = id ? store_.instance(*id) : nullptr;
+    int index = row_->currentRow();
+    up_->setEnabled(instance && index > 0);
+    down_->setEnabled(instance && index + 1 < row_->count());
+    remove_->setEnabled(instance != nullptr);
+    const std::vector<WidgetStyle>& styles = instance ? faces(instance->kind) : faces(WidgetKind::note);
+    {
+        QSignalBlocker quiet(face_);
+        face_->clear();
+        for (const WidgetStyle& style : styles)
+            face_->addItem(QString::fromStdString(style.title), QString::fromStdString(style.identifier));
+        if (instance) {
+            std::string shown = instance->style.empty() ? defaultStyle(instance->kind) : instance->style;
+            face_->setCurrentIndex(std::max(0, face_->findData(QString::fromStdString(shown))));
+        }
+    }
+    form_->setRowVisible(face_, !styles.empty());
+    auto option = [&](std::string_view key) {
+        auto found = instance ? instance->options.find(std::string(key)) : std::map<std::string, std::string>::const_iterator();
+        return instance && found != instance->options.end() ? QString::fromStdString(found->second) : QString();
+    };
+    if (instance && instance->kind == WidgetKind::git) {
+        QString folder = option(GitWidget::folderOption);
+        folderShown_->setText(folder.isEmpty() ? QStringLiteral("No folder chosen") : folder);
+        options_->setCurrentIndex(gitOptions);
+    } else if (instance && instance->kind == WidgetKind::devServers) {
+        ignoredPorts_->setText(option(SummaryTile::ignoredPortsOption));
+        options_->setCurrentIndex(devServersOptions);
+    } else {
+        options_->setCurrentIndex(noOptions);
+    }
+    form_->setRowVisible(options_, options_->currentIndex() != noOptions);
+}
+
+void WidgetsPane::showGallery()
+{
+    int chosen = category_->currentData().toInt();
+    std::vector<WidgetKind> kinds;
+    if (chosen < 0) {
+        for (WidgetKind kind : allWidgetKinds())
+            if (!isRetired(kind))
+                kinds.push_back(kind);
+    } else {
+        kinds = WidgetStore::kindsInCategory(static_cast<WidgetCategory>(chosen));
+    }
+    gallery_->clear();
+    for (WidgetKind kind : kinds) {
+        auto* item = new QListWidgetItem(QStringLiteral("%1 — %2").arg(text(title(kind)), text(blurb(kind))));
+        item->setData(kindRole, static_cast<int>(kind));
+        gallery_->addItem(item);
+    }
+}
+
+void WidgetsPane::readOverflow()
+{
+    QSignalBlocker quiet(overflow_);
+    WidgetOverflow overflow = widgetOverflowFromPreference(preferences_.stringValue(WidgetPaging::overflowKey));
+    overflow_->setCurrentIndex(overflow == WidgetOverflow::stack ? 1 : 0);
+}
+
+} // namespace kestrune
