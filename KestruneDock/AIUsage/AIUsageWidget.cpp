@@ -2,6 +2,11 @@
 
 #include <algorithm>
 
+#include <QLabel>
+#include <QListWidget>
+
+#include "KestruneDock/WidgetViews/WidgetCard.h"
+
 namespace kestrune {
 
 namespace {
@@ -95,6 +100,49 @@ void AIUsageWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPai
     Face shown = face();
     widgetface::paintPlate(painter, tile, context);
     widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
+}
+
+QWidget* AIUsageWidget::makeCard()
+{
+    WidgetMonitors& monitors = monitors_;
+    auto demand = std::make_shared<AIUsageEngine::Demand>();
+    if (monitors.aiUsage())
+        *demand = monitors.aiUsage()->demand(AIUsageEngine::Demand::Tokens::live);
+    auto watch = std::make_shared<uint64_t>(0);
+    auto* card = new ListCard(
+        [&monitors](ListCard& shown) {
+            shown.items->clear();
+            AIUsageEngine* engine = monitors.aiUsage();
+            const AIUsageSnapshot empty;
+            const AIUsageSnapshot& snapshot = engine ? engine->snapshot() : empty;
+            shown.status->setText(snapshot.reports.empty() ? faceFor(snapshot, monitors.runtime().now()).value
+                                                           : text(AIUsageWords::noLoginPrivacy));
+            for (const AIUsageReport& report : snapshot.reports) {
+                QString heading = text(displayName(report.tool));
+                if (report.plan)
+                    heading += QStringLiteral(" · ") + QString::fromStdString(*report.plan);
+                auto* title = new QListWidgetItem(heading);
+                QFont font = title->font();
+                font.setBold(true);
+                title->setFont(font);
+                title->setFlags(Qt::ItemIsEnabled);
+                shown.items->addItem(title);
+                for (const auto& row : summarize(report, monitors.runtime().now(), snapshot.counting).rows) {
+                    QString line = QStringLiteral("%1 — %2").arg(QString::fromStdString(row.title), QString::fromStdString(row.value));
+                    if (!row.detail.empty())
+                        line += QStringLiteral(" · ") + QString::fromStdString(row.detail);
+                    auto* item = new QListWidgetItem(line);
+                    item->setForeground(levelColour(row.level).darker(row.level ? 130 : 100));
+                    shown.items->addItem(item);
+                }
+            }
+        },
+        [&monitors, demand, watch] {
+            demand->release();
+            monitors.removeObserver(WidgetMonitors::Source::aiUsage, *watch);
+        });
+    *watch = monitors.addObserver(WidgetMonitors::Source::aiUsage, [card] { card->refresh(); });
+    return card;
 }
 
 std::string AIUsageWidget::accessibleText() const

@@ -27,6 +27,9 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
+    // Every tool found: its limits with their reset times, and its tokens of the last five hours
+    // and of the week.
+    QWidget* makeCard() override;
 
     struct Face {
         QString caption;

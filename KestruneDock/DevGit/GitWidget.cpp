@@ -2,7 +2,13 @@
 
 #include <filesystem>
 
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
 #include <QPainter>
+#include <QPushButton>
+
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 #include "KestruneKit/Repositories/RepositoryStanding.h"
@@ -118,6 +124,49 @@ void GitWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintCo
     Face shown = face();
     widgetface::paintPlate(painter, tile, context);
     widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
+}
+
+QWidget* GitWidget::makeCard()
+{
+    WidgetMonitors& monitors = monitors_;
+    std::optional<std::string> chosen = folder();
+    std::string holder = "card:" + instance_.id.toString();
+    auto watch = std::make_shared<uint64_t>(0);
+    auto* card = new ListCard(
+        [&monitors, chosen](ListCard& shown) {
+            shown.items->clear();
+            const auto& states = monitors.repositories().states();
+            auto found = chosen ? states.find(*chosen) : states.end();
+            const RepositoryState* state = found == states.end() ? nullptr : &found->second;
+            Face face = faceFor(chosen, state);
+            const RepositoryStatus* status = state ? state->status() : nullptr;
+            if (!status) {
+                shown.status->setText(face.value);
+                return;
+            }
+            QString where = status->branch ? QString::fromStdString(*status->branch) : QStringLiteral("Not on a branch");
+            if (status->upstream)
+                where += QStringLiteral(" → %1 · %2 to push, %3 to pull").arg(QString::fromStdString(*status->upstream)).arg(status->ahead).arg(status->behind);
+            shown.status->setText(where + QStringLiteral("\n") + face.value);
+            for (const RepositoryChange& change : status->changes)
+                shown.items->addItem(QStringLiteral("%1  %2").arg(text(toString(change.kind)), QString::fromStdString(change.path)));
+        },
+        [&monitors, holder, watch] {
+            monitors.removeRepositoriesObserver(*watch);
+            monitors.repositories().poller().setWanted(holder, false);
+        });
+    *watch = monitors.addRepositoriesObserver([card, chosen](const std::string& changed) {
+        if (chosen == changed)
+            card->refresh();
+    });
+    monitors.repositories().poller().setWanted(holder, true);
+    if (chosen) {
+        auto* now = new QPushButton(QStringLiteral("Read Now"));
+        std::string folderToRead = *chosen;
+        QObject::connect(now, &QPushButton::clicked, card, [&monitors, folderToRead] { monitors.repositories().read(folderToRead); });
+        card->buttons->addWidget(now);
+    }
+    return card;
 }
 
 std::string GitWidget::accessibleText() const

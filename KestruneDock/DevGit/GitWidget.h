@@ -34,6 +34,8 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
+    // The branch, its upstream and how far apart they are, and the changed files; "Read Now".
+    QWidget* makeCard() override;
 
     // What the tile says, and the colour of its dot, for a state (none: not read yet).
     struct Face {

@@ -21,6 +21,12 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
+    // A field that takes a Unix time (seconds or milliseconds) or an ISO 8601 date, and shows it
+    // the other ways, in local time and in UTC.
+    QWidget* makeCard() override;
+
+    // What the card shows for a text; empty for one it cannot read.
+    [[nodiscard]] static QString convert(const QString& input);
 
     // Whole seconds since 1970 at this moment.
     [[nodiscard]] static long long unixSeconds(Date date);

@@ -24,6 +24,7 @@
 #include "KestruneDock/Panel/DockPoof.h"
 #include "KestruneDock/Panel/StackPopup.h"
 #include "KestruneDock/Panel/WidgetSlotPainters.h"
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/DockWindow.h"
 #include "KestruneKit/Preferences/Preferences.h"
@@ -75,6 +76,7 @@ DockPanelController::~DockPanelController()
         QObject::disconnect(watch);
     store_.removeObserver(storeWatch_);
     preferences_.removeObserver(preferencesWatch_);
+    delete card_.data();
     if (widgets_) {
         widgets_->paging().removeObserver(pagingWatch_);
         widgets_->changed = nullptr;
@@ -217,6 +219,9 @@ void DockPanelController::setWidgetRow(WidgetRow* row)
     // The pager tells of a new cut or page from inside the row's own rebuild, at times: the row
     // is built again once that is done.
     pagingWatch_ = widgets_->paging().addObserver([this] {
+        // A card whose widget left the row (or the pager let go of) closes.
+        if (card_ && widgets_->paging().presented() != cardId_)
+            card_->close();
         if (std::exchange(rebuildPosted_, true))
             return;
         QMetaObject::invokeMethod(panel_.get(), [this] {
@@ -262,6 +267,33 @@ void DockPanelController::addWidgets(const std::function<DockRowItem&(DockSlotKi
         std::string help = paging.showsStackTile() ? WidgetPaging::stackHelp(paging.stacked().size()) : WidgetPaging::pagesHelp();
         add(DockSlotKind::widgetPages, {}, std::move(help)).slot.length = values_.iconSize / 2;
     }
+}
+
+void DockPanelController::toggleCard(size_t slot)
+{
+    auto id = Uuid::fromString(items_[slot].path);
+    bool again = card_ && cardId_ == id;
+    if (card_)
+        card_->close();
+    WidgetTile* tile = id && widgets_ ? widgets_->tile(*id) : nullptr;
+    if (again || !tile)
+        return;
+    QWidget* content = tile->makeCard();
+    if (!content)
+        return;
+    QRectF rect = toQt(placement_.toWindow(window_, layout_.frames()[slot].tile)).translated(window_.x, window_.y);
+    cardId_ = *id;
+    widgets_->paging().present(*id, *id);
+    // The row holds still under the open card, as under a stack.
+    store_.setStackOpen(true);
+    std::string_view name = title(tile->instance().kind);
+    card_ = new WidgetCard(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())), content, rect.toAlignedRect(), values_.edge, [this] {
+        cardId_.reset();
+        store_.setStackOpen(false);
+        if (widgets_ && widgets_->paging().presented())
+            widgets_->paging().dismiss();
+    });
+    card_->show();
 }
 
 void DockPanelController::repaintWidget(const Uuid& id)
@@ -490,8 +522,8 @@ void DockPanelController::hideNow()
 {
     if (!values_.autohide || hidden_ || pointerInside_)
         return;
-    // Not from under an open menu or a launch that is still hopping.
-    if (store_.isMenuOpen() || (values_.animateLaunch && std::any_of(items_.begin(), items_.end(), [](const auto& item) { return item.launching; }))) {
+    // Not from under an open menu, stack or card, or a launch that is still hopping.
+    if (store_.isMenuOpen() || store_.isStackOpen() || (values_.animateLaunch && std::any_of(items_.begin(), items_.end(), [](const auto& item) { return item.launching; }))) {
         scheduleHide();
         return;
     }
@@ -771,6 +803,9 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         break;
     case DockSlotKind::trash:
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
+        break;
+    case DockSlotKind::widget:
+        toggleCard(*slot);
         break;
     case DockSlotKind::widgetPages:
         if (widgets_ && widgets_->paging().showsPagesTile()) {

@@ -45,6 +45,7 @@
 #include "KestruneDock/Panel/EdgePush.h"
 #include "KestruneDock/Panel/StackFans.h"
 #include "KestruneDock/Panel/StackPopup.h"
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
 #include "KestruneKit/Core/Runtime.h"
 
@@ -163,6 +164,8 @@ public:
     [[nodiscard]] QMessageBox* openQuestion() const { return question_; }
     // The stack's popup open now, if any.
     [[nodiscard]] StackPopup* openStackPopup() const { return stack_; }
+    // The widget card open now, if any.
+    [[nodiscard]] WidgetCard* openCard() const { return card_; }
     // The menu open now, if any.
     [[nodiscard]] QMenu* openMenu() const { return menu_; }
     // A quit that was asked for this long ago, with the app still there, may be forced.
@@ -234,6 +237,8 @@ private:
     void addWidgets(const std::function<DockRowItem&(DockSlotKind, std::string, std::string)>& add);
     // Repaints one widget tile's rectangle, or the row when its length changed.
     void repaintWidget(const Uuid& id);
+    // A press on a widget tile opens its card, or closes it when it is the one open.
+    void toggleCard(size_t slot);
     // Widget tiles are shown (and so want their monitors) only while the dock is in sight.
     void followVisibility();
     // With the dock on the screen with the pointer: a push against the dock's edge of another
@@ -328,6 +333,8 @@ private:
     WidgetRow* widgets_ = nullptr;
     uint64_t pagingWatch_ = 0;
     bool rebuildPosted_ = false;
+    QPointer<WidgetCard> card_;
+    std::optional<Uuid> cardId_;
     // The glide of tiles making room: how far each was from its new place when it began.
     std::vector<std::string> keys_;
     std::map<std::string, double> shift_;

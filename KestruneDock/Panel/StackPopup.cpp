@@ -19,6 +19,7 @@
 #include <QVBoxLayout>
 
 #include "KestruneDock/Panel/StackFans.h"
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 
 namespace kestrune {
 
@@ -164,18 +165,7 @@ std::vector<std::string> StackPopup::names() const
 
 void StackPopup::placeBy(QRect tile, DockEdge edge)
 {
-    // Beside the tile, on the screen's side of the dock, kept on the screen.
-    QScreen* screen = QGuiApplication::screenAt(tile.center());
-    QRect room = screen ? screen->geometry() : QRect(tile.topLeft() - QPoint(width(), height()), size() * 2);
-    QPoint at;
-    switch (edge) {
-    case DockEdge::bottom: at = QPoint(tile.center().x() - width() / 2, tile.top() - height() - 8); break;
-    case DockEdge::left: at = QPoint(tile.right() + 8, tile.center().y() - height() / 2); break;
-    case DockEdge::right: at = QPoint(tile.left() - width() - 8, tile.center().y() - height() / 2); break;
-    }
-    at.setX(std::clamp(at.x(), room.left() + 4, std::max(room.left() + 4, room.right() - width() - 4)));
-    at.setY(std::clamp(at.y(), room.top() + 4, std::max(room.top() + 4, room.bottom() - height() - 4)));
-    move(at);
+    placeBesideTile(*this, tile, edge);
 }
 
 } // namespace kestrune

@@ -4,8 +4,16 @@
 
 #include <set>
 
+#include <QDesktopServices>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QListWidget>
+#include <QPointer>
+#include <QPushButton>
 #include <QRegularExpression>
+#include <QUrl>
 
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
@@ -25,16 +33,146 @@ SummaryTile::~SummaryTile()
         poller().setWanted(instance_.id.toString(), false);
 }
 
-DevPoller& SummaryTile::poller() const
+namespace {
+
+DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
 {
-    switch (source_) {
-    case WidgetMonitors::Source::pullRequests: return monitors_.pullRequests().poller();
-    case WidgetMonitors::Source::containers: return monitors_.containers().poller();
+    switch (source) {
+    case WidgetMonitors::Source::pullRequests: return monitors.pullRequests().poller();
+    case WidgetMonitors::Source::containers: return monitors.containers().poller();
     case WidgetMonitors::Source::devServers:
     case WidgetMonitors::Source::aiUsage:
         break;
     }
-    return monitors_.devServers().poller();
+    return monitors.devServers().poller();
+}
+
+QString words(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
+
+void addLink(QListWidget& list, const QString& label, const QString& address)
+{
+    auto* item = new QListWidgetItem(label);
+    item->setData(Qt::UserRole, address);
+    item->setToolTip(address);
+    list.addItem(item);
+}
+
+void addHeading(QListWidget& list, const QString& label)
+{
+    auto* item = new QListWidgetItem(label);
+    QFont font = item->font();
+    font.setBold(true);
+    item->setFont(font);
+    item->setFlags(Qt::ItemIsEnabled);
+    list.addItem(item);
+}
+
+void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source source, const std::set<int>& ignored)
+{
+    card.items->clear();
+    switch (source) {
+    case WidgetMonitors::Source::devServers: {
+        const auto& servers = monitors.devServers().servers();
+        std::vector<DevServer> shown;
+        for (const DevServer& server : servers ? *servers : std::vector<DevServer> {})
+            if (!ignored.contains(server.port))
+                shown.push_back(server);
+        card.status->setText(servers ? QString::fromStdString(devServersText::summary(shown)) : words(devServersText::looking));
+        for (const DevServer& server : shown)
+            addLink(*card.items, QStringLiteral("%1 — %2").arg(server.port).arg(QString::fromStdString(server.process)),
+                    QStringLiteral("http://localhost:%1").arg(server.port));
+        break;
+    }
+    case WidgetMonitors::Source::pullRequests: {
+        const PullRequestsState& state = monitors.pullRequests().state();
+        card.status->setText(QString::fromStdString(pullRequestsText::summary(state, false)));
+        if (!state.report)
+            break;
+        auto list = [&](const PullRequestList& requests, const QString& heading) {
+            if (requests.items.empty())
+                return;
+            addHeading(*card.items, heading);
+            for (const PullRequest& request : requests.items)
+                addLink(*card.items, QStringLiteral("%1#%2  %3%4").arg(QString::fromStdString(request.repository)).arg(request.number)
+                                         .arg(QString::fromStdString(request.title), request.checksFailing() ? QStringLiteral("  ✗") : QString()),
+                        QString::fromStdString(request.url));
+        };
+        list(state.report->review, QString::fromStdString(pullRequestsText::waitingForReview(state.report->review.issueCount)));
+        list(state.report->mine, words(pullRequestsText::yoursSection));
+        break;
+    }
+    case WidgetMonitors::Source::containers: {
+        const ContainersState& state = monitors.containers().state();
+        card.status->setText(QString::fromStdString(containersText::summary(state)));
+        for (const Container& container : state.containers) {
+            auto* item = new QListWidgetItem(QStringLiteral("%1 — %2 · %3").arg(QString::fromStdString(container.name()),
+                QString::fromStdString(container.image), QString::fromStdString(container.status)));
+            item->setData(Qt::UserRole, QString::fromStdString(container.name()));
+            card.items->addItem(item);
+        }
+        break;
+    }
+    case WidgetMonitors::Source::aiUsage:
+        break;
+    }
+}
+
+} // namespace
+
+DevPoller& SummaryTile::poller() const
+{
+    return pollerOf(monitors_, source_);
+}
+
+std::set<int> SummaryTile::ignoredPorts() const
+{
+    // The option names ports to leave out, separated by spaces or commas.
+    std::set<int> ignored;
+    auto found = instance_.options.find(std::string(ignoredPortsOption));
+    if (found != instance_.options.end())
+        for (const QString& port : QString::fromStdString(found->second).split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts))
+            ignored.insert(port.toInt());
+    return ignored;
+}
+
+QWidget* SummaryTile::makeCard()
+{
+    WidgetMonitors& monitors = monitors_;
+    WidgetMonitors::Source source = source_;
+    std::string holder = "card:" + instance_.id.toString();
+    std::set<int> ignored = ignoredPorts();
+    auto watch = std::make_shared<uint64_t>(0);
+    auto* card = new ListCard([&monitors, source, ignored](ListCard& shown) { fillCard(shown, monitors, source, ignored); },
+        [&monitors, source, holder, watch] {
+            monitors.removeObserver(source, *watch);
+            pollerOf(monitors, source).setWanted(holder, false);
+        });
+    *watch = monitors.addObserver(source, [card] { card->refresh(); });
+    pollerOf(monitors, source).setWanted(holder, true);
+    if (source == WidgetMonitors::Source::containers) {
+        for (ContainerAction action : { ContainerAction::start, ContainerAction::stop, ContainerAction::restart }) {
+            QString name = action == ContainerAction::start ? QStringLiteral("Start") : action == ContainerAction::stop ? QStringLiteral("Stop") : QStringLiteral("Restart");
+            auto* button = new QPushButton(name);
+            QObject::connect(button, &QPushButton::clicked, card, [card, &monitors, action] {
+                QListWidgetItem* item = card->items->currentItem();
+                if (!item)
+                    return;
+                QPointer<ListCard> alive(card);
+                monitors.containers().perform(action, item->data(Qt::UserRole).toString().toStdString(), [alive](std::optional<ContainerActionFailure> failure) {
+                    if (alive && failure)
+                        alive->status->setText(words(text(*failure)));
+                });
+            });
+            card->buttons->addWidget(button);
+        }
+    } else {
+        card->activated = [](QListWidgetItem& item) {
+            QString address = item.data(Qt::UserRole).toString();
+            if (!address.isEmpty())
+                QDesktopServices::openUrl(QUrl(address));
+        };
+    }
+    return card;
 }
 
 std::vector<DevServer> SummaryTile::devServers() const
@@ -42,12 +180,7 @@ std::vector<DevServer> SummaryTile::devServers() const
     const auto& servers = monitors_.devServers().servers();
     if (!servers)
         return {};
-    // The option names ports to leave out, separated by spaces or commas.
-    std::set<int> ignored;
-    auto found = instance_.options.find(std::string(ignoredPortsOption));
-    if (found != instance_.options.end())
-        for (const QString& port : QString::fromStdString(found->second).split(QRegularExpression(QStringLiteral("[,\\s]+")), Qt::SkipEmptyParts))
-            ignored.insert(port.toInt());
+    std::set<int> ignored = ignoredPorts();
     std::vector<DevServer> kept;
     for (const DevServer& server : *servers)
         if (!ignored.contains(server.port))

@@ -10,6 +10,7 @@
 // Main thread only.
 
 #include <cstdint>
+#include <set>
 #include <string_view>
 #include <vector>
 
@@ -33,6 +34,9 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
+    // Dev Servers: the servers, a double-click opening one in the browser. GitHub: the pull
+    // requests, likewise. Containers: the containers with Start, Stop and Restart.
+    QWidget* makeCard() override;
 
     struct Face {
         QString value;
@@ -43,6 +47,7 @@ public:
 private:
     void shownChanged() override;
     [[nodiscard]] DevPoller& poller() const;
+    [[nodiscard]] std::set<int> ignoredPorts() const;
     [[nodiscard]] QString caption() const;
     // The Dev Servers monitor's servers but the ignored ports.
     [[nodiscard]] std::vector<DevServer> devServers() const;

@@ -26,6 +26,7 @@
 #include "KestruneDock/Widgets/WidgetStore.h"
 
 class QPainter;
+class QWidget;
 
 namespace kestrune {
 
@@ -53,6 +54,9 @@ public:
     virtual void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const = 0;
     // What a screen reader says for the tile.
     [[nodiscard]] virtual std::string accessibleText() const;
+    // The card a press on the tile opens: a new widget each time, or none for a tile without one.
+    // While it lives it wants its monitor as the tile does.
+    [[nodiscard]] virtual QWidget* makeCard() { return nullptr; }
 
     // On screen or not; a tile wants its monitor, and ticks, only while shown.
     void setShown(bool shown);

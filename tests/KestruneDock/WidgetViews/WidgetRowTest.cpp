@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include <QImage>
+#include <QListWidget>
 #include <QPainter>
 #include <gtest/gtest.h>
 
@@ -18,6 +19,7 @@
 #include "KestruneDock/Panel/DockPanel.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
+#include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
@@ -151,6 +153,70 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     spin();
     EXPECT_FALSE(repositories.poller().isActive());
     EXPECT_TRUE(repositories.wanted().empty());
+}
+
+TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrItsWidgetGoes)
+{
+    auto press = [&](const Uuid& id) {
+        for (size_t index = 0; index < controller->items().size(); ++index) {
+            if (controller->items()[index].path != id.toString())
+                continue;
+            const DockSlotFrame& frame = controller->layout().frames()[index];
+            auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), frame.tile.depth + 10);
+            controller->clicked(QPointF(controller->windowRect().x + x, controller->windowRect().y + y), Qt::LeftButton);
+            return true;
+        }
+        return false;
+    };
+    ASSERT_TRUE(press(git));
+    WidgetCard* card = controller->openCard();
+    ASSERT_TRUE(card) << "no card";
+    EXPECT_EQ(paging.presented(), git);
+    auto* files = card->findChild<QListWidget*>();
+    ASSERT_TRUE(files);
+    EXPECT_TRUE(test::spinUntil([&] { return files->count() == 1 && files->item(0)->text().endsWith(QStringLiteral("two")); }))
+        << "the card does not list the file not yet committed";
+    card->resize(420, 300);
+    for (int scale : { 1, 2 }) {
+        QImage image(card->size() * scale, QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(scale);
+        image.fill(Qt::white);
+        card->render(&image);
+        save(image, "card-git-" + std::to_string(scale) + "x");
+    }
+
+    // The open card wants the repository read even with every tile out of sight.
+    row.setOnScreen({});
+    EXPECT_TRUE(monitors.repositories().poller().isActive());
+    row.setOnScreen(paging.shown());
+    // A second press closes it, and with it its want.
+    ASSERT_TRUE(press(git));
+    spin();
+    EXPECT_FALSE(controller->openCard());
+    EXPECT_FALSE(paging.presented());
+    controller->orderOut();
+    EXPECT_FALSE(monitors.repositories().poller().isActive()) << "a closed card still wants its monitor";
+    controller->show();
+    spin();
+
+    // A card whose widget leaves the row closes.
+    ASSERT_TRUE(press(git));
+    ASSERT_TRUE(controller->openCard());
+    widgets.remove(git);
+    spin();
+    EXPECT_FALSE(controller->openCard());
+}
+
+TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
+{
+    ::setenv("TZ", "UTC", 1);
+    ::tzset();
+    QString seconds = TimestampWidget::convert(QStringLiteral(" 1700000000 "));
+    EXPECT_TRUE(seconds.contains(QStringLiteral("UTC: 2023-11-14T22:13:20.000Z"))) << seconds.toStdString();
+    EXPECT_TRUE(seconds.contains(QStringLiteral("Milliseconds: 1700000000000")));
+    EXPECT_TRUE(TimestampWidget::convert(QStringLiteral("1700000000123")).contains(QStringLiteral("22:13:20.123Z")));
+    EXPECT_TRUE(TimestampWidget::convert(QStringLiteral("2023-11-14T22:13:20Z")).contains(QStringLiteral("Seconds: 1700000000")));
+    EXPECT_TRUE(TimestampWidget::convert(QStringLiteral("soon")).isEmpty());
 }
 
 TEST(WidgetTiles, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
