@@ -207,6 +207,36 @@ TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrI
     EXPECT_FALSE(controller->openCard());
 }
 
+TEST(WidgetTiles, NothingIsArmedOrReadWhileTheDevelopersRowIsOutOfSight)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
+    ManualRuntime runtime(Date(std::chrono::seconds(1'800'000'000)));
+    WidgetStore widgets(preferences);
+    WidgetPaging paging(widgets, preferences);
+    WidgetMonitors monitors(runtime);
+    WidgetRow row(widgets, paging, monitors);
+    widgets.apply(*widgetPreset("Developer"));
+    widgets.setOption(widgets.instances()[0].id, "folder", folder.path());
+    std::vector<Uuid> all;
+    for (const WidgetInstance& instance : widgets.instances())
+        all.push_back(instance.id);
+
+    // Shown, the Git, Containers, Dev Servers and Timestamp tiles arm their timers.
+    row.setOnScreen(all);
+    EXPECT_GE(runtime.timers().size(), 4U);
+    ASSERT_TRUE(runtime.runUntil([&] { return monitors.devServers().servers().has_value(); }));
+
+    // Out of sight for a minute: no timer is left to fire, so nothing is read and no tool runs.
+    row.setOnScreen({});
+    EXPECT_TRUE(runtime.timers().empty()) << runtime.timers().size() << " timers still armed";
+    auto before = monitors.devServers().servers();
+    runtime.advance(Seconds(60));
+    EXPECT_EQ(runtime.runPosted(), 0U) << "work was posted while nothing was shown";
+    EXPECT_TRUE(runtime.timers().empty());
+    EXPECT_EQ(monitors.devServers().servers(), before);
+}
+
 TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
 {
     ::setenv("TZ", "UTC", 1);
