@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
 #include <QStackedWidget>
@@ -28,7 +29,7 @@ constexpr int kindRole = Qt::UserRole + 2;
 QString text(std::string_view words) { return QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size())); }
 
 // The options pages, by what the selected widget can set.
-enum OptionsPage { noOptions, gitOptions, devServersOptions };
+enum OptionsPage { noOptions, gitOptions, devServersOptions, endpointsOptions };
 
 } // namespace
 
@@ -109,6 +110,21 @@ WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences) : store_(
             store_.setOption(*id, std::string(SummaryTile::ignoredPortsOption), ignoredPorts_->text().toStdString());
     });
     options_->addWidget(ignoredPorts_);
+    addresses_ = new QPlainTextEdit;
+    addresses_->setAccessibleName(QStringLiteral("Addresses to check"));
+    addresses_->setPlaceholderText(QStringLiteral("https://example.com/health\nhttp://localhost:8080/ready"));
+    addresses_->setMaximumHeight(80);
+    addressesSave_ = new QPushButton(QStringLiteral("Check These"));
+    QObject::connect(addressesSave_, &QPushButton::clicked, this, [this] {
+        if (auto id = selected())
+            store_.setOption(*id, std::string(SummaryTile::addressesOption), addresses_->toPlainText().toStdString());
+    });
+    auto* endpointsPage = new QWidget;
+    auto* endpointsLayout = new QHBoxLayout(endpointsPage);
+    endpointsLayout->setContentsMargins(0, 0, 0, 0);
+    endpointsLayout->addWidget(addresses_, 1);
+    endpointsLayout->addWidget(addressesSave_, 0, Qt::AlignTop);
+    options_->addWidget(endpointsPage);
     form->addRow(QStringLiteral("Options"), options_);
     inDockLayout->addWidget(row_, 1);
     inDockLayout->addLayout(buttons);
@@ -260,6 +276,9 @@ void WidgetsPane::showSelection()
         QString folder = option(GitWidget::folderOption);
         folderShown_->setText(folder.isEmpty() ? QStringLiteral("No folder chosen") : folder);
         options_->setCurrentIndex(gitOptions);
+    } else if (instance && instance->kind == WidgetKind::endpoints) {
+        addresses_->setPlainText(option(SummaryTile::addressesOption));
+        options_->setCurrentIndex(endpointsOptions);
     } else if (instance && instance->kind == WidgetKind::devServers) {
         ignoredPorts_->setText(option(SummaryTile::ignoredPortsOption));
         options_->setCurrentIndex(devServersOptions);

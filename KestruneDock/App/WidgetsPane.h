@@ -23,6 +23,7 @@ class QFormLayout;
 class QLabel;
 class QLineEdit;
 class QListWidget;
+class QPlainTextEdit;
 class QPushButton;
 class QStackedWidget;
 
@@ -61,6 +62,8 @@ private:
     QPushButton* folder_ = nullptr;
     QLabel* folderShown_ = nullptr;
     QLineEdit* ignoredPorts_ = nullptr;
+    QPlainTextEdit* addresses_ = nullptr;
+    QPushButton* addressesSave_ = nullptr;
     QStackedWidget* options_ = nullptr;
     QComboBox* category_ = nullptr;
     QListWidget* gallery_ = nullptr;

@@ -16,14 +16,27 @@
 #include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
+#include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 
 namespace kestrune {
+
+namespace {
+
+std::vector<std::string> addressesOf(const WidgetInstance& instance)
+{
+    auto found = instance.options.find(std::string(SummaryTile::addressesOption));
+    return found == instance.options.end() ? std::vector<std::string> {} : endpointAddresses(found->second);
+}
+
+} // namespace
 
 SummaryTile::SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source)
     : WidgetTile(std::move(instance)), monitors_(monitors), source_(source)
 {
     watch_ = monitors_.addObserver(source_, [this] { tellChanged(); });
+    if (source_ == WidgetMonitors::Source::endpoints)
+        monitors_.setEndpointAddresses(instance_.id, addressesOf(instance_));
 }
 
 SummaryTile::~SummaryTile()
@@ -31,6 +44,15 @@ SummaryTile::~SummaryTile()
     monitors_.removeObserver(source_, watch_);
     if (shown_)
         poller().setWanted(instance_.id.toString(), false);
+    if (source_ == WidgetMonitors::Source::endpoints)
+        monitors_.setEndpointAddresses(instance_.id, {});
+}
+
+void SummaryTile::setInstance(WidgetInstance instance)
+{
+    WidgetTile::setInstance(std::move(instance));
+    if (source_ == WidgetMonitors::Source::endpoints)
+        monitors_.setEndpointAddresses(instance_.id, addressesOf(instance_));
 }
 
 namespace {
@@ -40,6 +62,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     switch (source) {
     case WidgetMonitors::Source::pullRequests: return monitors.pullRequests().poller();
     case WidgetMonitors::Source::containers: return monitors.containers().poller();
+    case WidgetMonitors::Source::endpoints: return monitors.endpoints().poller();
     case WidgetMonitors::Source::devServers:
     case WidgetMonitors::Source::aiUsage:
         break;
@@ -67,10 +90,22 @@ void addHeading(QListWidget& list, const QString& label)
     list.addItem(item);
 }
 
-void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source source, const std::set<int>& ignored)
+void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source source, const std::set<int>& ignored,
+              const std::vector<std::string>& addresses)
 {
     card.items->clear();
     switch (source) {
+    case WidgetMonitors::Source::endpoints: {
+        const auto& results = monitors.endpoints().results();
+        card.status->setText(QString::fromStdString(endpointsText::summary(addresses, results)));
+        for (const std::string& address : addresses) {
+            auto found = results.find(address);
+            QString state = found == results.end() ? words(endpointsText::checking)
+                                                   : QString::fromStdString(endpointsText::detail(found->second));
+            addLink(*card.items, QStringLiteral("%1 — %2").arg(QString::fromStdString(address), state), QString::fromStdString(address));
+        }
+        break;
+    }
     case WidgetMonitors::Source::devServers: {
         const auto& servers = monitors.devServers().servers();
         std::vector<DevServer> shown;
@@ -141,8 +176,9 @@ QWidget* SummaryTile::makeCard()
     WidgetMonitors::Source source = source_;
     std::string holder = "card:" + instance_.id.toString();
     std::set<int> ignored = ignoredPorts();
+    std::vector<std::string> addresses = addressesOf(instance_);
     auto watch = std::make_shared<uint64_t>(0);
-    auto* card = new ListCard([&monitors, source, ignored](ListCard& shown) { fillCard(shown, monitors, source, ignored); },
+    auto* card = new ListCard([&monitors, source, ignored, addresses](ListCard& shown) { fillCard(shown, monitors, source, ignored, addresses); },
         [&monitors, source, holder, watch] {
             monitors.removeObserver(source, *watch);
             pollerOf(monitors, source).setWanted(holder, false);
@@ -216,6 +252,14 @@ SummaryTile::Face SummaryTile::face() const
         if (value == QString::fromUtf8(pullRequestsText::checksFailing.data()))
             return { value, stateColour::trouble() };
         return { value, state.report && state.report->review.issueCount > 0 ? stateColour::waiting() : stateColour::good() };
+    }
+    if (source_ == WidgetMonitors::Source::endpoints) {
+        std::vector<std::string> addresses = addressesOf(instance_);
+        const auto& results = monitors_.endpoints().results();
+        QString value = QString::fromStdString(endpointsText::summary(addresses, results));
+        bool known = !addresses.empty() && std::all_of(addresses.begin(), addresses.end(), [&](const std::string& address) { return results.contains(address); });
+        bool allUp = known && std::all_of(addresses.begin(), addresses.end(), [&](const std::string& address) { return results.at(address).isUp(); });
+        return { value, !known ? stateColour::unknown() : allUp ? stateColour::good() : stateColour::trouble() };
     }
     if (source_ == WidgetMonitors::Source::devServers) {
         if (!monitors_.devServers().servers())

@@ -27,6 +27,8 @@ class SummaryTile final : public WidgetTile {
 public:
     // Dev Servers: the ports left out, separated by spaces or commas.
     static constexpr std::string_view ignoredPortsOption = "ignoredPorts";
+    // Endpoints: the addresses to check, one a line.
+    static constexpr std::string_view addressesOption = "urls";
 
     SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source);
     ~SummaryTile() override;
@@ -34,6 +36,7 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
+    void setInstance(WidgetInstance instance) override;
     // Dev Servers: the servers, a double-click opening one in the browser. GitHub: the pull
     // requests, likewise. Containers: the containers with Start, Stop and Restart.
     QWidget* makeCard() override;

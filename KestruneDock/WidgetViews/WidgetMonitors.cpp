@@ -6,6 +6,7 @@
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
+#include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 
@@ -65,12 +66,36 @@ DevServersMonitor& WidgetMonitors::devServers()
     return *devServers_;
 }
 
+EndpointsMonitor& WidgetMonitors::endpoints()
+{
+    if (!endpoints_) {
+        endpoints_ = std::make_unique<EndpointsMonitor>(runtime_);
+        endpoints_->onChange = [this] { endpointsChanged_.notify(); };
+    }
+    return *endpoints_;
+}
+
+void WidgetMonitors::setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses)
+{
+    if (addresses.empty())
+        endpointAddresses_.erase(tile);
+    else
+        endpointAddresses_[tile] = std::move(addresses);
+    std::vector<std::string> all;
+    for (const auto& entry : endpointAddresses_)
+        for (const std::string& address : entry.second)
+            if (std::find(all.begin(), all.end(), address) == all.end())
+                all.push_back(address);
+    endpoints().setAddresses(std::move(all));
+}
+
 ObserverList<>& WidgetMonitors::changed(Source source)
 {
     switch (source) {
     case Source::pullRequests: return pullRequestsChanged_;
     case Source::containers: return containersChanged_;
     case Source::devServers: return devServersChanged_;
+    case Source::endpoints: return endpointsChanged_;
     case Source::aiUsage: return aiUsageChanged_;
     }
     return containersChanged_;

@@ -18,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "KestruneKit/Core/ObserverList.h"
 #include "KestruneKit/Core/Runtime.h"
@@ -28,6 +29,7 @@ namespace kestrune {
 class AIUsageEngine;
 class ContainersMonitor;
 class DevServersMonitor;
+class EndpointsMonitor;
 class PullRequestsMonitor;
 class RepositoriesMonitor;
 
@@ -50,10 +52,13 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, aiUsage };
+    enum class Source { pullRequests, containers, devServers, endpoints, aiUsage };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     [[nodiscard]] ContainersMonitor& containers();
     [[nodiscard]] DevServersMonitor& devServers();
+    [[nodiscard]] EndpointsMonitor& endpoints();
+    // The addresses an Endpoints tile checks; the monitor checks every tile's.
+    void setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses);
     // The application's AI usage engine, made at start-up (it collects in the background); none
     // leaves the AI Usage tile with nothing to show.
     void setAIUsage(AIUsageEngine* engine);
@@ -72,6 +77,9 @@ private:
     ObserverList<> pullRequestsChanged_;
     std::unique_ptr<ContainersMonitor> containers_;
     ObserverList<> containersChanged_;
+    std::unique_ptr<EndpointsMonitor> endpoints_;
+    ObserverList<> endpointsChanged_;
+    std::map<Uuid, std::vector<std::string>> endpointAddresses_;
     std::unique_ptr<DevServersMonitor> devServers_;
     ObserverList<> devServersChanged_;
     AIUsageEngine* aiUsage_ = nullptr;

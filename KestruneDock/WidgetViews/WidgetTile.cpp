@@ -162,6 +162,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
     case WidgetKind::aiUsage:
         return std::make_unique<AIUsageWidget>(instance, monitors);
+    case WidgetKind::endpoints:
+        return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::endpoints);
     case WidgetKind::devServers:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::devServers);
     default:

@@ -26,11 +26,13 @@
 #include "KestruneKit/Core/ManualRuntime.h"
 #include "KestruneKit/Core/UniqueFd.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
+#include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 #include "tests/KestruneKit/AIUsage/AIUsageTestSupport.h"
 #include "tests/helpers/FakeWorkspace.h"
+#include "tests/helpers/LocalServer.h"
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/TestSupport.h"
 
@@ -235,6 +237,37 @@ TEST(WidgetTiles, NothingIsArmedOrReadWhileTheDevelopersRowIsOutOfSight)
     EXPECT_EQ(runtime.runPosted(), 0U) << "work was posted while nothing was shown";
     EXPECT_TRUE(runtime.timers().empty());
     EXPECT_EQ(monitors.devServers().servers(), before);
+}
+
+TEST(WidgetTiles, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThem)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
+    QtRuntime runtime;
+    WidgetStore widgets(preferences);
+    WidgetPaging paging(widgets, preferences);
+    WidgetMonitors monitors(runtime);
+    WidgetRow row(widgets, paging, monitors);
+    widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::endpoints } });
+    Uuid id = widgets.instances()[0].id;
+    EXPECT_EQ(row.tile(id)->accessibleText(), "Endpoints: Add the addresses to check in Options");
+
+    test::LocalServer server("HTTP/1.1 200 OK");
+    widgets.setOption(id, "urls", server.address() + "\n");
+    EXPECT_EQ(monitors.endpoints().addresses(), std::vector<std::string> { server.address() });
+    row.setOnScreen({ id });
+    EXPECT_TRUE(test::spinUntil([&] { return row.tile(id)->accessibleText().starts_with("Endpoints: Up · 200 · "); }, 10000))
+        << row.tile(id)->accessibleText();
+    std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
+    auto* list = card->findChild<QListWidget*>();
+    ASSERT_TRUE(list && list->count() == 1);
+    EXPECT_TRUE(list->item(0)->text().contains(QStringLiteral("200"))) << list->item(0)->text().toStdString();
+    row.setOnScreen({});
+    EXPECT_TRUE(monitors.endpoints().poller().isActive()) << "the open card let go of its want";
+    card.reset();
+    EXPECT_FALSE(monitors.endpoints().poller().isActive());
+    widgets.remove(id);
+    EXPECT_TRUE(monitors.endpoints().addresses().empty());
 }
 
 TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
