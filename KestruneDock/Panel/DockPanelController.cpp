@@ -14,6 +14,8 @@
 #include <QPushButton>
 #include <QFontMetricsF>
 #include <QGuiApplication>
+#include <QLabel>
+#include <QListWidget>
 #include <QPainter>
 #include <QPainterPath>
 #include <QScreen>
@@ -271,28 +273,75 @@ void DockPanelController::addWidgets(const std::function<DockRowItem&(DockSlotKi
 
 void DockPanelController::toggleCard(size_t slot)
 {
-    auto id = Uuid::fromString(items_[slot].path);
+    if (auto id = Uuid::fromString(items_[slot].path))
+        openCard(*id, slotOnDesktop(slot));
+}
+
+QRect DockPanelController::slotOnDesktop(size_t slot) const
+{
+    return toQt(placement_.toWindow(window_, layout_.frames()[slot].tile)).translated(window_.x, window_.y).toAlignedRect();
+}
+
+void DockPanelController::openCard(const Uuid& id, QRect from)
+{
     bool again = card_ && cardId_ == id;
     if (card_)
         card_->close();
-    WidgetTile* tile = id && widgets_ ? widgets_->tile(*id) : nullptr;
+    WidgetTile* tile = widgets_ ? widgets_->tile(id) : nullptr;
     if (again || !tile)
         return;
     QWidget* content = tile->makeCard();
     if (!content)
         return;
-    QRectF rect = toQt(placement_.toWindow(window_, layout_.frames()[slot].tile)).translated(window_.x, window_.y);
-    cardId_ = *id;
-    widgets_->paging().present(*id, *id);
+    cardId_ = id;
+    widgets_->paging().present(id, id);
     // The row holds still under the open card, as under a stack.
     store_.setStackOpen(true);
     std::string_view name = title(tile->instance().kind);
-    card_ = new WidgetCard(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())), content, rect.toAlignedRect(), values_.edge, [this] {
+    card_ = new WidgetCard(QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size())), content, from, values_.edge, [this] {
         cardId_.reset();
         store_.setStackOpen(false);
         if (widgets_ && widgets_->paging().presented())
             widgets_->paging().dismiss();
     });
+    card_->show();
+}
+
+void DockPanelController::openWidgetStack(size_t slot)
+{
+    // A second press closes the stack's list.
+    bool wasStack = card_ && !cardId_;
+    if (card_)
+        card_->close();
+    if (wasStack || !widgets_)
+        return;
+    QRect from = slotOnDesktop(slot);
+    WidgetRow* row = widgets_;
+    std::vector<Uuid> stacked = row->paging().stacked();
+    auto* list = new ListCard([row, stacked](ListCard& shown) {
+        shown.items->clear();
+        for (const Uuid& id : stacked) {
+            WidgetTile* tile = row->tile(id);
+            if (!tile)
+                continue;
+            auto* item = new QListWidgetItem(QString::fromStdString(WidgetPaging::stackedLabel(title(tile->instance().kind))));
+            item->setData(Qt::UserRole, QString::fromStdString(id.toString()));
+            item->setToolTip(QString::fromStdString(tile->accessibleText()));
+            shown.items->addItem(item);
+        }
+    });
+    list->status->setText(QString::fromStdString(WidgetPaging::stackHelp(stacked.size())));
+    // A widget chosen from the stack opens its card where the stack stands.
+    list->activated = [this, from](QListWidgetItem& item) {
+        auto id = Uuid::fromString(item.data(Qt::UserRole).toString().toStdString());
+        QMetaObject::invokeMethod(panel_.get(), [this, id, from] {
+            if (id)
+                openCard(*id, from);
+        }, Qt::QueuedConnection);
+    };
+    store_.setStackOpen(true);
+    card_ = new WidgetCard(QString::fromStdString(WidgetPaging::stackTitle(stacked.size())), list, from, values_.edge,
+                           [this] { store_.setStackOpen(false); });
     card_->show();
 }
 
@@ -808,7 +857,9 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         toggleCard(*slot);
         break;
     case DockSlotKind::widgetPages:
-        if (widgets_ && widgets_->paging().showsPagesTile()) {
+        if (widgets_ && widgets_->paging().showsStackTile()) {
+            openWidgetStack(*slot);
+        } else if (widgets_ && widgets_->paging().showsPagesTile()) {
             // Alt-click goes back, as the tile's help says.
             if (QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier)
                 widgets_->paging().showPreviousPage();

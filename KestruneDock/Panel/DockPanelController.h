@@ -239,6 +239,10 @@ private:
     void repaintWidget(const Uuid& id);
     // A press on a widget tile opens its card, or closes it when it is the one open.
     void toggleCard(size_t slot);
+    void openCard(const Uuid& id, QRect from);
+    // The stack tile's list of the widgets behind it; one chosen opens its card.
+    void openWidgetStack(size_t slot);
+    [[nodiscard]] QRect slotOnDesktop(size_t slot) const;
     // Widget tiles are shown (and so want their monitors) only while the dock is in sight.
     void followVisibility();
     // With the dock on the screen with the pointer: a push against the dock's edge of another

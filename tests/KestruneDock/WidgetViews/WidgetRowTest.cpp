@@ -157,6 +157,31 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     EXPECT_TRUE(repositories.wanted().empty());
 }
 
+TEST_F(WidgetRowTest, WithTheStackPolicyTheRestWaitBehindAStackTileWhoseListOpensTheirCards)
+{
+    preferences.set("widgetOverflow", std::string("stack"));
+    spin();
+    ASSERT_TRUE(paging.showsStackTile());
+    ASSERT_FALSE(paging.stacked().empty());
+    EXPECT_EQ(widgetSlots().back(), "pages") << "no stack tile after the shown widgets";
+    EXPECT_EQ(controller->items()[controller->items().size() - 2].name, WidgetPaging::stackHelp(paging.stacked().size()));
+    save(controller->panel().render(), "row-developer-stack-1x");
+
+    size_t stackTile = controller->items().size() - 2;
+    const DockSlotFrame& frame = controller->layout().frames()[stackTile];
+    auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), frame.tile.depth + 10);
+    controller->clicked(QPointF(controller->windowRect().x + x, controller->windowRect().y + y), Qt::LeftButton);
+    ASSERT_TRUE(controller->openCard());
+    auto* list = controller->openCard()->findChild<QListWidget*>();
+    ASSERT_TRUE(list);
+    ASSERT_EQ(list->count(), static_cast<int>(paging.stacked().size()));
+    EXPECT_TRUE(list->item(0)->text().startsWith(QStringLiteral("In the stack · "))) << list->item(0)->text().toStdString();
+    Uuid first = paging.stacked().front();
+    Q_EMIT list->itemActivated(list->item(0));
+    spin();
+    EXPECT_EQ(paging.presented(), first) << "the chosen widget's card did not open";
+}
+
 TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrItsWidgetGoes)
 {
     auto press = [&](const Uuid& id) {
