@@ -65,6 +65,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::endpoints: return monitors.endpoints().poller();
     case WidgetMonitors::Source::devServers:
     case WidgetMonitors::Source::aiUsage:
+    case WidgetMonitors::Source::commands:
         break;
     }
     return monitors.devServers().poller();
@@ -148,6 +149,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
         break;
     }
     case WidgetMonitors::Source::aiUsage:
+    case WidgetMonitors::Source::commands:
         break;
     }
 }

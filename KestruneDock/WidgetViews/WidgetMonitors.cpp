@@ -6,13 +6,32 @@
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
+#include "KestruneKit/DevTools/ShellCommandRunner.h"
 #include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
 
 namespace kestrune {
 
-WidgetMonitors::WidgetMonitors(Runtime& runtime) : runtime_(runtime) {}
+WidgetMonitors::WidgetMonitors(Runtime& runtime)
+    : runtime_(runtime), commandResults_(std::make_unique<std::map<Uuid, ShellCommandResult>>())
+{
+}
+
+ShellCommandRunner& WidgetMonitors::commands()
+{
+    if (!commands_) {
+        commands_ = std::make_unique<ShellCommandRunner>(runtime_);
+        commands_->onFinish = [this](const Uuid& id, const ShellCommandResult& result) {
+            commandResults_->insert_or_assign(id, result);
+            commandsChanged_.notify();
+        };
+        commands_->onRunningChanged = [this] { commandsChanged_.notify(); };
+    }
+    return *commands_;
+}
+
+const std::map<Uuid, ShellCommandResult>& WidgetMonitors::commandResults() const { return *commandResults_; }
 
 WidgetMonitors::~WidgetMonitors()
 {
@@ -97,6 +116,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::devServers: return devServersChanged_;
     case Source::endpoints: return endpointsChanged_;
     case Source::aiUsage: return aiUsageChanged_;
+    case Source::commands: return commandsChanged_;
     }
     return containersChanged_;
 }

@@ -27,6 +27,8 @@
 namespace kestrune {
 
 class AIUsageEngine;
+class ShellCommandRunner;
+struct ShellCommandResult;
 class ContainersMonitor;
 class DevServersMonitor;
 class EndpointsMonitor;
@@ -52,7 +54,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, aiUsage };
+    enum class Source { pullRequests, containers, devServers, endpoints, aiUsage, commands };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     [[nodiscard]] ContainersMonitor& containers();
     [[nodiscard]] DevServersMonitor& devServers();
@@ -63,6 +65,10 @@ public:
     // leaves the AI Usage tile with nothing to show.
     void setAIUsage(AIUsageEngine* engine);
     [[nodiscard]] AIUsageEngine* aiUsage() const { return aiUsage_; }
+    // The runner of the user's saved commands, and each command's last result (kept while the
+    // dock runs); its observers hear of every start, stop and end.
+    [[nodiscard]] ShellCommandRunner& commands();
+    [[nodiscard]] const std::map<Uuid, ShellCommandResult>& commandResults() const;
     uint64_t addObserver(Source source, std::function<void()> observer) { return changed(source).add(std::move(observer)); }
     void removeObserver(Source source, uint64_t id) { changed(source).remove(id); }
 
@@ -83,6 +89,9 @@ private:
     std::unique_ptr<DevServersMonitor> devServers_;
     ObserverList<> devServersChanged_;
     AIUsageEngine* aiUsage_ = nullptr;
+    std::unique_ptr<ShellCommandRunner> commands_;
+    std::unique_ptr<std::map<Uuid, ShellCommandResult>> commandResults_;
+    ObserverList<> commandsChanged_;
     ObserverList<> aiUsageChanged_;
 };
 

@@ -45,6 +45,7 @@ void WidgetRow::follow(const std::vector<WidgetInstance>& instances)
             if (changed)
                 changed(id);
         };
+        tile->setOption = [this, id](const std::string& key, const std::string& value) { store_.setOption(id, key, value); };
         kept.emplace(id, std::move(tile));
     }
     // Tiles that left the row are hidden before they go.

@@ -8,6 +8,7 @@
 #include <QPainterPath>
 
 #include "KestruneDock/AIUsage/AIUsageWidget.h"
+#include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/WidgetViews/SummaryTile.h"
@@ -162,6 +163,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);
     case WidgetKind::aiUsage:
         return std::make_unique<AIUsageWidget>(instance, monitors);
+    case WidgetKind::shortcuts:
+        return std::make_unique<CommandsWidget>(instance, monitors);
     case WidgetKind::endpoints:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::endpoints);
     case WidgetKind::devServers:

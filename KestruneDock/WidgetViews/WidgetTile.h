@@ -64,6 +64,8 @@ public:
 
     // The tile looks different now: it is drawn (and measured) again.
     std::function<void()> changed;
+    // Writes one of the widget's options to the store, for a card's own controls.
+    std::function<void(const std::string& key, const std::string& value)> setOption;
 
 protected:
     virtual void shownChanged() {}

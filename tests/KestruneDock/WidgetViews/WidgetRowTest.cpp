@@ -7,12 +7,16 @@
 #include <filesystem>
 
 #include <QImage>
+#include <QLineEdit>
 #include <QListWidget>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QPainter>
 #include <gtest/gtest.h>
 
 #include "KestruneDock/AIUsage/AIUsageWidget.h"
 #include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/Dock/DockStore.h"
@@ -293,6 +297,52 @@ TEST(WidgetTiles, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThe
     EXPECT_FALSE(monitors.endpoints().poller().isActive());
     widgets.remove(id);
     EXPECT_TRUE(monitors.endpoints().addresses().empty());
+}
+
+TEST(WidgetTiles, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
+{
+    test::TemporaryFolder folder;
+    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
+    QtRuntime runtime;
+    WidgetStore widgets(preferences);
+    WidgetPaging paging(widgets, preferences);
+    WidgetMonitors monitors(runtime);
+    WidgetRow row(widgets, paging, monitors);
+    widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::shortcuts } });
+    Uuid id = widgets.instances()[0].id;
+    EXPECT_EQ(row.tile(id)->accessibleText(), "Commands: Save a command");
+
+    std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
+    auto field = [&](const char* name) {
+        for (auto* edit : card->findChildren<QLineEdit*>())
+            if (edit->accessibleName() == QString::fromUtf8(name))
+                return edit;
+        return static_cast<QLineEdit*>(nullptr);
+    };
+    auto button = [&](const char* title) {
+        for (auto* push : card->findChildren<QPushButton*>())
+            if (push->text() == QString::fromUtf8(title))
+                return push;
+        return static_cast<QPushButton*>(nullptr);
+    };
+    field("Name")->setText(QStringLiteral("greet"));
+    field("Command")->setText(QStringLiteral("echo hello from $PWD"));
+    field("Folder")->setText(QString::fromStdString(folder.path()));
+    button("Save Command")->click();
+    auto saved = CommandsWidget::commandsIn(*widgets.instance(id));
+    ASSERT_EQ(saved.size(), 1U) << "the command was not kept in the widget's options";
+    EXPECT_EQ(saved[0].command, "echo hello from $PWD");
+    EXPECT_EQ(row.tile(id)->accessibleText(), "Commands: greet");
+
+    auto* list = card->findChild<QListWidget*>();
+    ASSERT_EQ(list->count(), 1);
+    list->setCurrentRow(0);
+    button("Run")->click();
+    auto* output = card->findChild<QPlainTextEdit*>();
+    EXPECT_TRUE(test::spinUntil([&] { return output->toPlainText().contains(QStringLiteral("hello from ")); }, 10000))
+        << output->toPlainText().toStdString();
+    EXPECT_TRUE(output->toPlainText().contains(QString::fromStdString(folder.path())));
+    EXPECT_EQ(row.tile(id)->accessibleText().rfind("Commands: greet: Done in ", 0), 0U) << row.tile(id)->accessibleText();
 }
 
 TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
