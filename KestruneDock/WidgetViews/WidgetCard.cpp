@@ -90,6 +90,8 @@ void ListCard::refresh()
 {
     if (fill_)
         fill_(*this);
+    // Nothing to list: the status line says why, alone.
+    items->setVisible(items->count() > 0);
 }
 
 } // namespace kestrune
