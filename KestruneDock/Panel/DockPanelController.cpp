@@ -347,12 +347,15 @@ void DockPanelController::openWidgetStack(size_t slot)
 
 void DockPanelController::repaintWidget(const Uuid& id)
 {
+    WidgetTile* tile = widgets_ ? widgets_->tile(id) : nullptr;
+    if (!tile)
+        return;
     std::string key = id.toString();
     for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
         if (items_[index].slot.kind != DockSlotKind::widget || items_[index].path != key)
             continue;
         // A new length moves the row: the pager's rebuild repaints it all.
-        if (std::abs(items_[index].slot.length - widgets_->tile(id)->length(values_.iconSize)) > WidgetPaging::cutTolerance) {
+        if (std::abs(items_[index].slot.length - tile->length(values_.iconSize)) > WidgetPaging::cutTolerance) {
             reload();
             panel_->update();
             return;

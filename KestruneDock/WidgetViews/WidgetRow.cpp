@@ -28,14 +28,15 @@ WidgetTile* WidgetRow::tile(const Uuid& id) const
 void WidgetRow::follow(const std::vector<WidgetInstance>& instances)
 {
     std::map<Uuid, std::unique_ptr<WidgetTile>> kept;
+    // Told of their new settings once the row is whole again: a tile that redraws is looked up.
+    std::vector<WidgetInstance> changedSettings;
     for (const WidgetInstance& instance : instances) {
         auto found = tiles_.find(instance.id);
-        if (found != tiles_.end() && found->second->instance().kind == instance.kind) {
-            std::unique_ptr<WidgetTile> tile = std::move(found->second);
-            const WidgetInstance& before = tile->instance();
+        if (found != tiles_.end() && found->second && found->second->instance().kind == instance.kind) {
+            const WidgetInstance& before = found->second->instance();
             if (before.style != instance.style || before.options != instance.options)
-                tile->setInstance(instance);
-            kept.emplace(instance.id, std::move(tile));
+                changedSettings.push_back(instance);
+            kept.emplace(instance.id, std::move(found->second));
             continue;
         }
         std::unique_ptr<WidgetTile> tile = makeWidgetTile(instance, monitors_);
@@ -56,6 +57,9 @@ void WidgetRow::follow(const std::vector<WidgetInstance>& instances)
     std::erase_if(onScreen_, [this](const Uuid& id) { return !tiles_.contains(id); });
     for (const auto& entry : tiles_)
         measure(entry.first);
+    for (WidgetInstance& instance : changedSettings)
+        if (WidgetTile* changed = tile(instance.id))
+            changed->setInstance(std::move(instance));
 }
 
 void WidgetRow::setIconSize(double iconSize)

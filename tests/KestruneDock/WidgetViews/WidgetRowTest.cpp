@@ -154,6 +154,11 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     controller->setFullScreenActive(false);
     EXPECT_TRUE(repositories.poller().isActive());
 
+    // Pointed elsewhere while shown, it reads the new folder at once.
+    widgets.setOption(git, "folder", folder.file("gone"));
+    EXPECT_TRUE(test::spinUntil([&] { return row.tile(git)->accessibleText() == "gone: Not found"; })) << row.tile(git)->accessibleText();
+    EXPECT_EQ(repositories.wanted(), std::vector<std::string> { folder.file("gone") });
+
     // Taken out of the row, the tile gives its want and its folder up.
     widgets.remove(git);
     spin();
