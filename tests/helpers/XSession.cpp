@@ -353,22 +353,23 @@ void XSession::click(int x, int y, int button)
     run({ "/usr/bin/xdotool", "click", std::to_string(button) });
 }
 
-void XSession::drag(int fromX, int fromY, int toX, int toY, bool release)
+void XSession::drag(int fromX, int fromY, int toX, int toY, bool release, int patience)
 {
+    auto pause = [patience](int milliseconds) { std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds * std::max(1, patience))); };
     move(fromX, fromY);
     run({ "/usr/bin/xdotool", "mousedown", "1" });
     constexpr int steps = 12;
     for (int step = 1; step <= steps; ++step) {
         move(fromX + (toX - fromX) * step / steps, fromY + (toY - fromY) * step / steps);
-        std::this_thread::sleep_for(std::chrono::milliseconds(40));
+        pause(40);
     }
     // Each position waits for the target's answer to the one before; a last small move, once
     // the others are answered, is what the drop goes by.
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    pause(300);
     move(toX + 1, toY);
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    pause(300);
     move(toX, toY);
-    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    pause(400);
     if (release)
         releaseButton();
 }

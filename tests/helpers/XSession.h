@@ -82,7 +82,8 @@ public:
     void click(int x, int y, int button = 1);
     // Presses the left button at one point, moves in steps to another (a drag needs motion to
     // follow) and lets go there unless `release` is false.
-    void drag(int fromX, int fromY, int toX, int toY, bool release = true);
+    // `patience` stretches every pause, for a target that answers slowly (a sanitized build).
+    void drag(int fromX, int fromY, int toX, int toY, bool release = true, int patience = 1);
     void releaseButton();
     // Types keys into the focused window, as xdotool names them ("Return").
     void key(const std::string& keys);

@@ -781,7 +781,7 @@ TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
 // Drags the files from another program's window onto a point of the dock and lets go there;
 // returns the action the drop ended with, as the other program saw it.
 std::string dropFromAnotherProgram(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x,
-                                   int y, const std::string& screenshot = {})
+                                   int y, const std::string& screenshot = {}, int patience = 1)
 {
     ChildProcessOptions options;
     options.executable = KESTRUNE_DRAG_SOURCE;
@@ -795,7 +795,7 @@ std::string dropFromAnotherProgram(XSession& session, const Environment& environ
     EXPECT_TRUE(readUntil(source->outputFd(), said, "mapped\n"));
     EXPECT_TRUE(session.waitForClient(source->pid(), 10));
     std::this_thread::sleep_for(std::chrono::milliseconds(300));
-    session.drag(100, 100, x, y, screenshot.empty());
+    session.drag(100, 100, x, y, screenshot.empty(), patience);
     if (!screenshot.empty()) {
         session.screenshot(screenshot);
         session.releaseButton();
@@ -810,17 +810,18 @@ std::string dropFromAnotherProgram(XSession& session, const Environment& environ
 
 // A drop the dock should take, with what shows that it did. On a loaded machine a synthetic drop
 // between two programs is now and then lost (the release comes before the source has the
-// target's answer, or the target never hears of the drop): the drag is then made again, at most
-// twice more.
+// target's answer, or the target never hears of the drop): the drag is then made again, more
+// slowly each time, at most four times more.
 void dropTaken(XSession& session, const Environment& environment, const std::vector<std::string>& files, int x, int y,
                const std::function<bool()>& landed, const std::string& screenshot = {})
 {
-    for (int attempt = 0; attempt < 3; ++attempt) {
-        (void)dropFromAnotherProgram(session, environment, files, x, y, attempt == 0 ? screenshot : std::string());
+    // Each attempt after the first drags more slowly, for a target that answers late.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        (void)dropFromAnotherProgram(session, environment, files, x, y, attempt == 0 ? screenshot : std::string(), attempt + 1);
         if (test::eventually(landed, 5))
             return;
     }
-    ADD_FAILURE() << "three drops at " << x << "," << y << " and none landed";
+    ADD_FAILURE() << "five drops at " << x << "," << y << " and none landed";
 }
 
 TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhereTheyShould)
