@@ -273,15 +273,20 @@ TEST(WidgetTiles, NothingIsArmedOrReadWhileTheDevelopersRowIsOutOfSight)
     EXPECT_EQ(monitors.devServers().servers(), before);
 }
 
-TEST(WidgetTiles, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThem)
-{
+// A widget row of its own, with no dock around it.
+class WidgetRowAlone : public ::testing::Test {
+protected:
     test::TemporaryFolder folder;
-    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
+    JSONFilePreferences preferences { folder.file("app.quillane.dock.json") };
     QtRuntime runtime;
-    WidgetStore widgets(preferences);
-    WidgetPaging paging(widgets, preferences);
-    WidgetMonitors monitors(runtime);
-    WidgetRow row(widgets, paging, monitors);
+    WidgetStore widgets { preferences };
+    WidgetPaging paging { widgets, preferences };
+    WidgetMonitors monitors { runtime };
+    WidgetRow row { widgets, paging, monitors };
+};
+
+TEST_F(WidgetRowAlone, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThem)
+{
     widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::endpoints } });
     Uuid id = widgets.instances()[0].id;
     EXPECT_EQ(row.tile(id)->accessibleText(), "Endpoints: Add the addresses to check in Options");
@@ -304,15 +309,8 @@ TEST(WidgetTiles, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThe
     EXPECT_TRUE(monitors.endpoints().addresses().empty());
 }
 
-TEST(WidgetTiles, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
+TEST_F(WidgetRowAlone, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
 {
-    test::TemporaryFolder folder;
-    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
-    QtRuntime runtime;
-    WidgetStore widgets(preferences);
-    WidgetPaging paging(widgets, preferences);
-    WidgetMonitors monitors(runtime);
-    WidgetRow row(widgets, paging, monitors);
     widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::shortcuts } });
     Uuid id = widgets.instances()[0].id;
     EXPECT_EQ(row.tile(id)->accessibleText(), "Commands: Save a command");
@@ -362,15 +360,8 @@ TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
     EXPECT_TRUE(TimestampWidget::convert(QStringLiteral("soon")).isEmpty());
 }
 
-TEST(WidgetTiles, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
+TEST_F(WidgetRowAlone, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileShownAndRedrawOnTheirNews)
 {
-    test::TemporaryFolder folder;
-    JSONFilePreferences preferences(folder.file("app.quillane.dock.json"));
-    QtRuntime runtime;
-    WidgetStore widgets(preferences);
-    WidgetPaging paging(widgets, preferences);
-    WidgetMonitors monitors(runtime);
-    WidgetRow row(widgets, paging, monitors);
     widgets.apply(WidgetPreset { "Three", "", "", { WidgetKind::github, WidgetKind::containers, WidgetKind::devServers } });
     std::vector<Uuid> ids { widgets.instances()[0].id, widgets.instances()[1].id, widgets.instances()[2].id };
     // A server of this process's own, on a port of its own.
