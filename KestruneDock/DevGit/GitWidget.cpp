@@ -4,9 +4,13 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QListWidget>
 #include <QPainter>
+#include <QPlainTextEdit>
+#include <QPointer>
 #include <QPushButton>
+#include <QVBoxLayout>
 
 #include "KestruneDock/WidgetViews/WidgetCard.h"
 
@@ -160,13 +164,57 @@ QWidget* GitWidget::makeCard()
             card->refresh();
     });
     monitors.repositories().poller().setWanted(holder, true);
-    if (chosen) {
-        auto* now = new QPushButton(QStringLiteral("Read Now"));
-        std::string folderToRead = *chosen;
-        QObject::connect(now, &QPushButton::clicked, card, [&monitors, folderToRead] { monitors.repositories().read(folderToRead); });
-        card->buttons->addWidget(now);
-    }
+    if (chosen)
+        addActions(*card, monitors, *chosen);
     return card;
+}
+
+void GitWidget::addActions(ListCard& card, WidgetMonitors& monitors, const std::string& folder)
+{
+    auto* message = new QLineEdit;
+    message->setPlaceholderText(QStringLiteral("Commit message"));
+    message->setAccessibleName(QStringLiteral("Commit message"));
+    auto* outcome = new QLabel;
+    outcome->setWordWrap(true);
+    outcome->setAccessibleName(QStringLiteral("Outcome"));
+    auto* output = new QPlainTextEdit;
+    output->setReadOnly(true);
+    output->setAccessibleName(QStringLiteral("Git’s output"));
+    output->setMaximumHeight(110);
+    outcome->hide();
+    output->hide();
+    auto* layout = static_cast<QVBoxLayout*>(card.layout());
+    layout->insertWidget(layout->count() - 1, message);
+    layout->addWidget(outcome);
+    layout->addWidget(output);
+
+    // While git runs the card takes nothing more.
+    auto act = [&monitors, folder, message, outcome, output, guard = QPointer<ListCard>(&card)](GitAction action) {
+        static constexpr std::string_view doing[] = { "Committing…", "Pulling…", "Pushing…" };
+        outcome->setText(text(doing[static_cast<int>(action)]));
+        outcome->show();
+        guard->setEnabled(false);
+        monitors.repositories().perform(action, folder, message->text().toStdString(), [guard, message, outcome, output, action](GitActionResult result) {
+            if (!guard)
+                return;
+            guard->setEnabled(true);
+            static constexpr std::string_view done[] = { "Committed", "Pulled", "Pushed" };
+            outcome->setText(result.succeeded ? text(done[static_cast<int>(action)]) : QString::fromStdString(result.failure));
+            output->setPlainText(QString::fromStdString(result.output));
+            output->setVisible(!result.output.empty());
+            if (result.succeeded && action == GitAction::commitAll)
+                message->clear();
+        });
+    };
+    for (GitAction action : { GitAction::commitAll, GitAction::pull, GitAction::push }) {
+        auto* button = new QPushButton(text(toString(action)));
+        QObject::connect(button, &QPushButton::clicked, &card, [act, action] { act(action); });
+        card.buttons->addWidget(button);
+    }
+    QObject::connect(message, &QLineEdit::returnPressed, &card, [act] { act(GitAction::commitAll); });
+    auto* now = new QPushButton(QStringLiteral("Read Now"));
+    QObject::connect(now, &QPushButton::clicked, &card, [&monitors, folder] { monitors.repositories().read(folder); });
+    card.buttons->addWidget(now);
 }
 
 std::string GitWidget::accessibleText() const

@@ -21,6 +21,7 @@
 
 namespace kestrune {
 
+class ListCard;
 struct RepositoryState;
 
 class GitWidget final : public WidgetTile {
@@ -34,7 +35,8 @@ public:
     double length(double iconSize) const override;
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     std::string accessibleText() const override;
-    // The branch, its upstream and how far apart they are, and the changed files; "Read Now".
+    // The branch, its upstream and how far apart they are, and the changed files; a commit of
+    // everything with a message, pull, push and "Read Now", with what git said.
     QWidget* makeCard() override;
 
     // What the tile says, and the colour of its dot, for a state (none: not read yet).
@@ -49,6 +51,7 @@ private:
     void shownChanged() override;
     [[nodiscard]] std::optional<std::string> folder() const;
     [[nodiscard]] Face face() const;
+    static void addActions(ListCard& card, WidgetMonitors& monitors, const std::string& folder);
 
     WidgetMonitors& monitors_;
     uint64_t watch_ = 0;

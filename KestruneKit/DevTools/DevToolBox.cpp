@@ -104,7 +104,9 @@ DevTool::Run DevToolBox::run(const DevTool& tool, const std::vector<std::string>
     options.input = ChildStream::nullDevice;
     options.output = ChildStream::pipe;
     options.error = ChildStream::pipe;
-    options.grouping = ChildGrouping::newProcessGroup;
+    // A session of its own: no controlling terminal, so nothing it starts (ssh asking for a
+    // passphrase) can wait on one. It leads its own process group too.
+    options.grouping = ChildGrouping::newSession;
     auto deadline = std::chrono::steady_clock::now() + std::chrono::duration_cast<std::chrono::steady_clock::duration>(timeout);
     auto spawned = ChildProcess::spawn(options);
     if (auto* failure = std::get_if<SpawnFailure>(&spawned)) {

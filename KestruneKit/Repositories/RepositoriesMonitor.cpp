@@ -4,10 +4,12 @@
 
 namespace kestrune {
 
-RepositoriesMonitor::RepositoriesMonitor(Runtime& runtime, KestruneActivity& activity, std::shared_ptr<const RepositoryReader> reader)
+RepositoriesMonitor::RepositoriesMonitor(Runtime& runtime, KestruneActivity& activity, std::shared_ptr<const RepositoryReader> reader,
+                                         std::shared_ptr<const GitActions> actions)
     : runtime_(runtime)
     , activity_(activity)
     , reader_(reader ? std::move(reader) : std::make_shared<const RepositoryReader>())
+    , actions_(actions ? std::move(actions) : std::make_shared<const GitActions>())
     , self_(std::make_shared<RepositoriesMonitor*>(this))
 {
 }
@@ -49,6 +51,23 @@ void RepositoriesMonitor::read(const std::string& folder)
         runtime.post([weak, generation, state = std::move(state)]() mutable {
             if (auto self = weak.lock(); self && *self)
                 (*self)->apply(generation, std::move(state));
+        });
+    });
+}
+
+void RepositoriesMonitor::perform(GitAction action, const std::string& folder, const std::string& message,
+                                  std::function<void(GitActionResult)> done)
+{
+    std::weak_ptr<RepositoriesMonitor*> weak = self_;
+    queue_.async([weak, actions = actions_, &runtime = runtime_, action, folder, message, done = std::move(done)] {
+        GitActionResult result = actions->run(action, folder, message);
+        runtime.post([weak, folder, done, result = std::move(result)]() mutable {
+            auto self = weak.lock();
+            if (!self || !*self)
+                return;
+            (*self)->read(folder);
+            if (done)
+                done(std::move(result));
         });
     });
 }

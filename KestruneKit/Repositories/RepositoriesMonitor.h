@@ -22,6 +22,7 @@
 
 #include "KestruneKit/Core/SerialQueue.h"
 #include "KestruneKit/DevTools/DevPoller.h"
+#include "KestruneKit/Repositories/GitActions.h"
 #include "KestruneKit/Repositories/RepositoryReader.h"
 
 namespace kestrune {
@@ -31,7 +32,8 @@ public:
     static constexpr Seconds interval { 30.0 };
 
     explicit RepositoriesMonitor(Runtime& runtime, KestruneActivity& activity = KestruneActivity::shared(),
-                                 std::shared_ptr<const RepositoryReader> reader = nullptr);
+                                 std::shared_ptr<const RepositoryReader> reader = nullptr,
+                                 std::shared_ptr<const GitActions> actions = nullptr);
     ~RepositoriesMonitor();
     RepositoriesMonitor(const RepositoriesMonitor&) = delete;
     RepositoriesMonitor& operator=(const RepositoriesMonitor&) = delete;
@@ -51,6 +53,11 @@ public:
     void read(const std::string& folder);
     void readAll();
 
+    // Commits, pulls or pushes on the queue, after the reads already asked for, then reads the
+    // folder again; `done` gets the result on the main thread, unless the monitor is gone.
+    void perform(GitAction action, const std::string& folder, const std::string& message,
+                 std::function<void(GitActionResult)> done);
+
     // Called on the main thread after a state changed.
     std::function<void(const std::string& folder)> onChange;
 
@@ -60,6 +67,7 @@ private:
     Runtime& runtime_;
     KestruneActivity& activity_;
     std::shared_ptr<const RepositoryReader> reader_;
+    std::shared_ptr<const GitActions> actions_;
     std::vector<std::string> wanted_;
     std::map<std::string, RepositoryState> states_;
     std::optional<bool> hasGit_;

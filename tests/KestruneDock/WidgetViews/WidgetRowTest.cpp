@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include <QImage>
+#include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
 #include <QPlainTextEdit>
@@ -49,6 +50,28 @@ void save(const QImage& image, const std::string& name)
     image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
 }
 
+template <typename Control>
+Control* named(QWidget& card, const char* name)
+{
+    for (auto* control : card.findChildren<Control*>())
+        if (control->accessibleName() == QString::fromUtf8(name) || control->property("text").toString() == QString::fromUtf8(name))
+            return control;
+    ADD_FAILURE() << "nothing named " << name;
+    return nullptr;
+}
+
+void saveCard(QWidget& card, const std::string& name)
+{
+    card.resize(420, card.sizeHint().height());
+    for (int scale : { 1, 2 }) {
+        QImage image(card.size() * scale, QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(scale);
+        image.fill(Qt::white);
+        card.render(&image);
+        save(image, name + "-" + std::to_string(scale) + "x");
+    }
+}
+
 class WidgetRowTest : public ::testing::Test {
 protected:
     WidgetRowTest()
@@ -58,7 +81,7 @@ protected:
         preferences.set(DockStore::pinnedKey, std::vector<std::string> { "/apps/red.desktop" });
         // A working copy with one file not yet committed.
         test::shell(folder.path(), "git init -q -b main project && cd project && echo one > one && git add one"
-                                   " && git -c user.name=T -c user.email=t@e commit -qm one && echo two > two");
+                                   " && git config user.name T && git config user.email t@e && git commit -qm one && echo two > two");
         widgets.apply(*widgetPreset("Developer"));
         git = widgets.instances()[0].id;
         widgets.setOption(git, "folder", folder.file("project"));
@@ -212,14 +235,20 @@ TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrI
     ASSERT_TRUE(files);
     EXPECT_TRUE(test::spinUntil([&] { return files->count() == 1 && files->item(0)->text().endsWith(QStringLiteral("two")); }))
         << "the card does not list the file not yet committed";
-    card->resize(420, 300);
-    for (int scale : { 1, 2 }) {
-        QImage image(card->size() * scale, QImage::Format_ARGB32_Premultiplied);
-        image.setDevicePixelRatio(scale);
-        image.fill(Qt::white);
-        card->render(&image);
-        save(image, "card-git-" + std::to_string(scale) + "x");
-    }
+    saveCard(*card, "card-git");
+
+    // Everything committed from the card; a push with nowhere to go says so.
+    named<QLineEdit>(*card, "Commit message")->setText(QStringLiteral("Add two"));
+    named<QPushButton>(*card, "Commit All")->click();
+    auto* outcome = named<QLabel>(*card, "Outcome");
+    EXPECT_TRUE(test::spinUntil([&] { return outcome->text() == QStringLiteral("Committed") && files->count() == 0; }, 20000))
+        << outcome->text().toStdString();
+    EXPECT_EQ(test::shell(folder.file("project"), "git log -1 --format=%s"), "Add two\n");
+    named<QPushButton>(*card, "Push")->click();
+    EXPECT_TRUE(test::spinUntil([&] { return outcome->text() == QStringLiteral("There’s no remote to push to"); }, 20000))
+        << outcome->text().toStdString();
+    EXPECT_TRUE(named<QPlainTextEdit>(*card, "Git’s output")->toPlainText().contains(QStringLiteral("No configured push destination")));
+    saveCard(*card, "card-git-pushed");
 
     // The open card wants the repository read even with every tile out of sight.
     row.setOnScreen({});
@@ -316,18 +345,8 @@ TEST_F(WidgetRowAlone, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
     EXPECT_EQ(row.tile(id)->accessibleText(), "Commands: Save a command");
 
     std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
-    auto field = [&](const char* name) {
-        for (auto* edit : card->findChildren<QLineEdit*>())
-            if (edit->accessibleName() == QString::fromUtf8(name))
-                return edit;
-        return static_cast<QLineEdit*>(nullptr);
-    };
-    auto button = [&](const char* title) {
-        for (auto* push : card->findChildren<QPushButton*>())
-            if (push->text() == QString::fromUtf8(title))
-                return push;
-        return static_cast<QPushButton*>(nullptr);
-    };
+    auto field = [&](const char* name) { return named<QLineEdit>(*card, name); };
+    auto button = [&](const char* title) { return named<QPushButton>(*card, title); };
     field("Name")->setText(QStringLiteral("greet"));
     field("Command")->setText(QStringLiteral("echo hello from $PWD"));
     field("Folder")->setText(QString::fromStdString(folder.path()));
