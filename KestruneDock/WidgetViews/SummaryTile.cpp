@@ -18,6 +18,7 @@
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
+#include "KestruneKit/Simulators/SimulatorsMonitor.h"
 
 namespace kestrune {
 
@@ -63,6 +64,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::pullRequests: return monitors.pullRequests().poller();
     case WidgetMonitors::Source::containers: return monitors.containers().poller();
     case WidgetMonitors::Source::endpoints: return monitors.endpoints().poller();
+    case WidgetMonitors::Source::simulators: return monitors.simulators().poller();
     case WidgetMonitors::Source::devServers:
     case WidgetMonitors::Source::aiUsage:
     case WidgetMonitors::Source::commands:
@@ -148,10 +150,43 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
         }
         break;
     }
+    case WidgetMonitors::Source::simulators: {
+        const auto& reading = monitors.simulators().reading();
+        card.status->setText(QString::fromStdString(simulatorsText::summary(reading)));
+        for (const Simulator& simulator : reading ? reading->simulators : std::vector<Simulator> {}) {
+            auto* item = new QListWidgetItem(QStringLiteral("%1 — %2").arg(QString::fromStdString(simulatorsText::displayName(simulator.name)),
+                simulator.serial ? QStringLiteral("Running") : QStringLiteral("Shut down")));
+            item->setData(Qt::UserRole, QString::fromStdString(simulator.name));
+            item->setData(Qt::UserRole + 1, simulator.serial ? QString::fromStdString(*simulator.serial) : QString());
+            card.items->addItem(item);
+        }
+        break;
+    }
     case WidgetMonitors::Source::aiUsage:
     case WidgetMonitors::Source::commands:
         break;
     }
+}
+
+// Start and Shut Down act on the device chosen in the list.
+void addSimulatorButtons(ListCard& card, WidgetMonitors& monitors)
+{
+    auto told = [alive = QPointer<ListCard>(&card)](const std::string& failure) {
+        if (alive && !failure.empty())
+            alive->status->setText(QString::fromStdString(failure));
+    };
+    auto* start = new QPushButton(QStringLiteral("Start"));
+    QObject::connect(start, &QPushButton::clicked, &card, [&card, &monitors, told] {
+        if (QListWidgetItem* item = card.items->currentItem(); item && item->data(Qt::UserRole + 1).toString().isEmpty())
+            monitors.simulators().start(item->data(Qt::UserRole).toString().toStdString(), told);
+    });
+    auto* shutDown = new QPushButton(QStringLiteral("Shut Down"));
+    QObject::connect(shutDown, &QPushButton::clicked, &card, [&card, &monitors, told] {
+        if (QListWidgetItem* item = card.items->currentItem(); item && !item->data(Qt::UserRole + 1).toString().isEmpty())
+            monitors.simulators().shutDown(item->data(Qt::UserRole + 1).toString().toStdString(), told);
+    });
+    card.buttons->addWidget(start);
+    card.buttons->addWidget(shutDown);
 }
 
 } // namespace
@@ -203,6 +238,8 @@ QWidget* SummaryTile::makeCard()
             });
             card->buttons->addWidget(button);
         }
+    } else if (source == WidgetMonitors::Source::simulators) {
+        addSimulatorButtons(*card, monitors);
     } else {
         card->activated = [](QListWidgetItem& item) {
             QString address = item.data(Qt::UserRole).toString();
@@ -268,6 +305,14 @@ SummaryTile::Face SummaryTile::face() const
             return { QString::fromUtf8(devServersText::looking.data()), stateColour::unknown() };
         std::vector<DevServer> servers = devServers();
         return { QString::fromStdString(devServersText::summary(servers)), servers.empty() ? stateColour::unknown() : stateColour::good() };
+    }
+    if (source_ == WidgetMonitors::Source::simulators) {
+        const auto& reading = monitors_.simulators().reading();
+        QString value = QString::fromStdString(simulatorsText::summary(reading));
+        if (reading && !reading->failure.empty())
+            return { value, stateColour::trouble() };
+        bool running = reading && std::any_of(reading->simulators.begin(), reading->simulators.end(), [](const Simulator& one) { return one.serial.has_value(); });
+        return { value, running ? stateColour::good() : stateColour::unknown() };
     }
     const ContainersState& state = monitors_.containers().state();
     QString value = QString::fromStdString(containersText::summary(state));

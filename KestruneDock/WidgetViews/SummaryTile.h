@@ -1,7 +1,7 @@
 #pragma once
 // OVERVIEW
 // A tile whose face is its monitor's summary in one line, under the widget's name, with a dot of
-// the state's colour: the GitHub and Containers tiles. While shown it holds the monitor's want.
+// the state's colour: the GitHub, Containers, Dev Servers, Endpoints and Simulators tiles. While shown it holds the monitor's want.
 //
 // TYPICAL USAGE
 //   auto tile = std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::containers);

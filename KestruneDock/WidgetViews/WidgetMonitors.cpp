@@ -6,6 +6,7 @@
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
+#include "KestruneKit/Simulators/SimulatorsMonitor.h"
 #include "KestruneKit/DevTools/ShellCommandRunner.h"
 #include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
@@ -76,6 +77,15 @@ ContainersMonitor& WidgetMonitors::containers()
     return *containers_;
 }
 
+SimulatorsMonitor& WidgetMonitors::simulators()
+{
+    if (!simulators_) {
+        simulators_ = std::make_unique<SimulatorsMonitor>(runtime_);
+        simulators_->onChange = [this] { simulatorsChanged_.notify(); };
+    }
+    return *simulators_;
+}
+
 DevServersMonitor& WidgetMonitors::devServers()
 {
     if (!devServers_) {
@@ -115,6 +125,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::containers: return containersChanged_;
     case Source::devServers: return devServersChanged_;
     case Source::endpoints: return endpointsChanged_;
+    case Source::simulators: return simulatorsChanged_;
     case Source::aiUsage: return aiUsageChanged_;
     case Source::commands: return commandsChanged_;
     }

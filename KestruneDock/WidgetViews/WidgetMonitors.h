@@ -34,6 +34,7 @@ class DevServersMonitor;
 class EndpointsMonitor;
 class PullRequestsMonitor;
 class RepositoriesMonitor;
+class SimulatorsMonitor;
 
 class WidgetMonitors {
 public:
@@ -54,11 +55,12 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, aiUsage, commands };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     [[nodiscard]] ContainersMonitor& containers();
     [[nodiscard]] DevServersMonitor& devServers();
     [[nodiscard]] EndpointsMonitor& endpoints();
+    [[nodiscard]] SimulatorsMonitor& simulators();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
     void setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses);
     // The application's AI usage engine, made at start-up (it collects in the background); none
@@ -88,6 +90,8 @@ private:
     std::map<Uuid, std::vector<std::string>> endpointAddresses_;
     std::unique_ptr<DevServersMonitor> devServers_;
     ObserverList<> devServersChanged_;
+    std::unique_ptr<SimulatorsMonitor> simulators_;
+    ObserverList<> simulatorsChanged_;
     AIUsageEngine* aiUsage_ = nullptr;
     std::unique_ptr<ShellCommandRunner> commands_;
     std::unique_ptr<std::map<Uuid, ShellCommandResult>> commandResults_;

@@ -169,6 +169,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::endpoints);
     case WidgetKind::devServers:
         return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::devServers);
+    case WidgetKind::simulators:
+        return std::make_unique<SummaryTile>(instance, monitors, WidgetMonitors::Source::simulators);
     default:
         return std::make_unique<NamedTile>(instance);
     }

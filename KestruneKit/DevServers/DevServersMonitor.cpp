@@ -147,41 +147,4 @@ std::string summary(const std::optional<std::vector<DevServer>>& servers)
 
 } // namespace devServersText
 
-DevServersMonitor::DevServersMonitor(Runtime& runtime, KestruneActivity& activity, std::string procRoot)
-    : runtime_(runtime), activity_(activity), procRoot_(std::move(procRoot)), self_(std::make_shared<DevServersMonitor*>(this))
-{
-}
-
-DevServersMonitor::~DevServersMonitor() { *self_ = nullptr; }
-
-DevPoller& DevServersMonitor::poller()
-{
-    if (!poller_)
-        poller_ = std::make_unique<DevPoller>(runtime_, activity_, interval, [this] { refresh(); });
-    return *poller_;
-}
-
-void DevServersMonitor::refresh()
-{
-    // One reading at a time: a slow /proc walk is not stacked up behind itself.
-    if (std::exchange(reading_, true))
-        return;
-    std::weak_ptr<DevServersMonitor*> weak = self_;
-    queue_.async([weak, &runtime = runtime_, root = procRoot_] {
-        std::vector<DevServer> servers = readDevServers(root);
-        runtime.post([weak, servers = std::move(servers)]() mutable {
-            auto self = weak.lock();
-            if (!self || !*self)
-                return;
-            DevServersMonitor& monitor = **self;
-            monitor.reading_ = false;
-            if (monitor.servers_ == servers)
-                return;
-            monitor.servers_ = std::move(servers);
-            if (monitor.onChange)
-                monitor.onChange();
-        });
-    });
-}
-
 } // namespace kestrune

@@ -20,8 +20,7 @@
 #include <string_view>
 #include <vector>
 
-#include "KestruneKit/Core/SerialQueue.h"
-#include "KestruneKit/DevTools/DevPoller.h"
+#include "KestruneKit/DevTools/PolledMonitor.h"
 
 namespace kestrune {
 
@@ -52,33 +51,18 @@ inline constexpr std::string_view none = "No servers running";
 [[nodiscard]] std::string summary(const std::optional<std::vector<DevServer>>& servers);
 } // namespace devServersText
 
-class DevServersMonitor {
+class DevServersMonitor : public PolledMonitor<std::vector<DevServer>> {
 public:
     static constexpr Seconds interval { 5.0 };
 
     explicit DevServersMonitor(Runtime& runtime, KestruneActivity& activity = KestruneActivity::shared(),
-                               std::string procRoot = "/proc");
-    ~DevServersMonitor();
-    DevServersMonitor(const DevServersMonitor&) = delete;
-    DevServersMonitor& operator=(const DevServersMonitor&) = delete;
+                               std::string procRoot = "/proc")
+        : PolledMonitor(runtime, activity, interval, [root = std::move(procRoot)] { return readDevServers(root); })
+    {
+    }
 
     // None until the first reading.
-    [[nodiscard]] const std::optional<std::vector<DevServer>>& servers() const { return servers_; }
-    [[nodiscard]] DevPoller& poller();
-    void refresh();
-
-    // Called on the main thread when the servers changed.
-    std::function<void()> onChange;
-
-private:
-    Runtime& runtime_;
-    KestruneActivity& activity_;
-    std::string procRoot_;
-    std::optional<std::vector<DevServer>> servers_;
-    bool reading_ = false;
-    std::unique_ptr<DevPoller> poller_;
-    std::shared_ptr<DevServersMonitor*> self_;
-    SerialQueue queue_;
+    [[nodiscard]] const std::optional<std::vector<DevServer>>& servers() const { return reading(); }
 };
 
 } // namespace kestrune

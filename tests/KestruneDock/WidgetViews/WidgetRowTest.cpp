@@ -35,6 +35,7 @@
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "KestruneKit/Repositories/RepositoriesMonitor.h"
+#include "KestruneKit/Simulators/SimulatorsMonitor.h"
 #include "tests/KestruneKit/AIUsage/AIUsageTestSupport.h"
 #include "tests/helpers/FakeWorkspace.h"
 #include "tests/helpers/LocalServer.h"
@@ -425,6 +426,39 @@ TEST_F(WidgetRowAlone, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileS
     row.setOnScreen({});
     EXPECT_FALSE(monitors.containers().poller().isActive());
     EXPECT_FALSE(monitors.devServers().poller().isActive());
+}
+
+TEST_F(WidgetRowAlone, TheSimulatorsCardStartsAndShutsDownTheChosenDevice)
+{
+    // The Android SDK's stand-ins, with one virtual device of the test's own.
+    ::setenv("ANDROID_HOME", KESTRUNE_TEST_SOURCES "/helpers/android-sdk", 1);
+    ::setenv("ANDROID_EMULATOR_HOME", folder.file("android").c_str(), 1);
+    folder.write("android/avd/Pixel_8.ini", "path=x\n");
+    widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::simulators } });
+    Uuid id = widgets.instances()[0].id;
+    row.setOnScreen({ id });
+    EXPECT_TRUE(test::spinUntil([&] { return row.tile(id)->accessibleText() == "Simulators: 1 device, none running"; }, 10000))
+        << row.tile(id)->accessibleText();
+
+    std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
+    auto* list = card->findChild<QListWidget*>();
+    ASSERT_EQ(list->count(), 1);
+    list->setCurrentRow(0);
+    named<QPushButton>(*card, "Start")->click();
+    auto running = [&](bool wanted) {
+        return test::spinUntil([&] {
+            monitors.simulators().refresh();
+            return list->count() == 1 && list->item(0)->text().endsWith(QStringLiteral("Running")) == wanted;
+        }, 10000);
+    };
+    ASSERT_TRUE(running(true)) << list->item(0)->text().toStdString();
+    EXPECT_EQ(row.tile(id)->accessibleText(), "Simulators: Pixel 8 running");
+    saveCard(*card, "card-simulators");
+    list->setCurrentRow(0);
+    named<QPushButton>(*card, "Shut Down")->click();
+    EXPECT_TRUE(running(false)) << list->item(0)->text().toStdString();
+    ::unsetenv("ANDROID_HOME");
+    ::unsetenv("ANDROID_EMULATOR_HOME");
 }
 
 TEST(WidgetTiles, TheAIUsageTileShowsTheTightestLimitAndWantsTheEngineOnlyWhileShown)

@@ -1,0 +1,96 @@
+#include <csignal>
+#include <filesystem>
+
+#include <gtest/gtest.h>
+
+#include "KestruneKit/Core/ManualRuntime.h"
+#include "KestruneKit/Simulators/SimulatorsMonitor.h"
+#include "tests/helpers/TestSupport.h"
+
+namespace kestrune {
+namespace {
+
+// The Android SDK's emulator and adb cannot run here; small stand-ins for both sit under
+// tests/helpers/android-sdk and keep their devices under the test's home.
+class SimulatorsTest : public ::testing::Test {
+protected:
+    ~SimulatorsTest() override
+    {
+        // A device a failed test left running.
+        std::error_code ignored;
+        for (const auto& entry : std::filesystem::directory_iterator(home.file(".android/stand-in-running"), ignored)) {
+            std::string line = test::readFile(entry.path().string());
+            ::kill(std::stoi(line.substr(line.find(' ') + 1)), SIGTERM);
+        }
+    }
+
+    SimulatorsReader reader(bool withSdk) const
+    {
+        Environment base = processEnvironment();
+        for (const char* name : { "ANDROID_HOME", "ANDROID_SDK_ROOT", "ANDROID_EMULATOR_HOME", "ANDROID_AVD_HOME" })
+            base.erase(name);
+        base["HOME"] = home.path();
+        if (withSdk)
+            base["ANDROID_HOME"] = std::string(KESTRUNE_TEST_HELPERS) + "/android-sdk";
+        return SimulatorsReader(DevToolBox(base));
+    }
+
+    test::TemporaryFolder home;
+};
+
+TEST_F(SimulatorsTest, WithoutTheEmulatorItSaysItIsNotInstalled)
+{
+    SimulatorsReading reading = reader(false).read();
+    EXPECT_FALSE(reading.installed);
+    EXPECT_EQ(simulatorsText::summary(reading), "The Android emulator isn’t installed");
+    EXPECT_EQ(simulatorsText::summary(std::nullopt), "Looking for devices…");
+    EXPECT_EQ(reader(false).start("Pixel_8"), "The Android emulator isn’t installed");
+}
+
+TEST_F(SimulatorsTest, ListsTheDevicesAndStartsAndShutsOneDown)
+{
+    EXPECT_EQ(simulatorsText::summary(reader(true).read()), "No virtual devices");
+    home.write(".android/avd/Pixel_8.ini", "path=x\n");
+    home.write(".android/avd/Tablet_API_34.ini", "path=y\n");
+
+    ManualRuntime runtime;
+    KestruneActivity activity;
+    SimulatorsMonitor monitor(runtime, activity, std::make_shared<const SimulatorsReader>(reader(true)));
+    monitor.poller().setWanted("tile", true);
+    ASSERT_TRUE(runtime.runUntil([&] { return monitor.reading().has_value(); }, Seconds(30)));
+    EXPECT_EQ(monitor.reading()->simulators, (std::vector<Simulator> { { "Pixel_8", std::nullopt }, { "Tablet_API_34", std::nullopt } }));
+    EXPECT_EQ(simulatorsText::summary(monitor.reading()), "2 devices, none running");
+
+    std::optional<std::string> started;
+    monitor.start("Pixel_8", [&](std::string failure) { started = failure; });
+    ASSERT_TRUE(runtime.runUntil([&] { return started.has_value(); }, Seconds(30)));
+    EXPECT_EQ(*started, "");
+    // The device comes up on its own time; the next readings find it.
+    ASSERT_TRUE(runtime.runUntil([&] {
+        runtime.advance(SimulatorsMonitor::interval);
+        return monitor.reading()->simulators[0].serial.has_value();
+    }, Seconds(30)));
+    EXPECT_EQ(monitor.reading()->simulators[0].serial, "emulator-5554");
+    EXPECT_EQ(simulatorsText::summary(monitor.reading()), "Pixel 8 running");
+
+    std::optional<std::string> stopped;
+    monitor.shutDown("emulator-5554", [&](std::string failure) { stopped = failure; });
+    ASSERT_TRUE(runtime.runUntil([&] {
+        runtime.advance(SimulatorsMonitor::interval);
+        return stopped && !monitor.reading()->simulators[0].serial;
+    }, Seconds(30)));
+    EXPECT_EQ(*stopped, "");
+
+}
+
+TEST(Simulators, ToolOutputIsReadAsTheToolsWriteIt)
+{
+    EXPECT_EQ(SimulatorsReader::parseDeviceNames("INFO    | Storing crashdata in: /tmp/x\nPixel_8\r\n\nWear_OS\n"),
+              (std::vector<std::string> { "Pixel_8", "Wear_OS" }));
+    EXPECT_EQ(SimulatorsReader::parseEmulatorSerials("List of devices attached\nemulator-5554\tdevice\nemulator-5556\toffline\n"
+                                                      "R58M123ABC\tdevice\n\n"),
+              (std::vector<std::string> { "emulator-5554" }));
+}
+
+} // namespace
+} // namespace kestrune
