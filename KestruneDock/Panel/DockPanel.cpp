@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 
+#include <QAccessible>
 #include <QContextMenuEvent>
 #include <QCursor>
 #include <QEnterEvent>
@@ -12,6 +14,7 @@
 #include <QPainter>
 
 #include "KestruneDock/Desktop/X11WindowList.h"
+#include "KestruneDock/Panel/DockPanelAccessible.h"
 #include "KestruneDock/Panel/DockPanelController.h"
 
 namespace kestrune {
@@ -34,6 +37,9 @@ DockPanel::DockPanel(DockPanelController& controller) : controller_(controller)
     setMouseTracking(true);
     setAcceptDrops(true);
     setWindowTitle(QStringLiteral("Kestrune Dock"));
+    // Before anything asks for the panel's accessible interface, which Qt then keeps.
+    static std::once_flag installed;
+    std::call_once(installed, [] { QAccessible::installFactory(dockPanelAccessibleFactory); });
     setAccessibleName(QStringLiteral("Dock"));
 }
 

@@ -15,6 +15,7 @@ class DockPanel final : public QWidget {
 public:
     explicit DockPanel(DockPanelController& controller);
 
+    [[nodiscard]] DockPanelController& controller() const { return controller_; }
     // The row as painted now, at the window's size and pixel ratio (for tests and the shape).
     [[nodiscard]] QImage render() const;
 

@@ -282,6 +282,28 @@ QRect DockPanelController::slotOnDesktop(size_t slot) const
     return toQt(placement_.toWindow(window_, layout_.frames()[slot].tile)).translated(window_.x, window_.y).toAlignedRect();
 }
 
+std::string DockPanelController::accessibleName(size_t slot) const
+{
+    if (slot >= items_.size())
+        return {};
+    const DockRowItem& item = items_[slot];
+    if (item.slot.kind == DockSlotKind::widget && widgets_)
+        if (auto id = Uuid::fromString(item.path))
+            if (WidgetTile* tile = widgets_->tile(*id))
+                return tile->accessibleText();
+    if (item.slot.kind == DockSlotKind::widgetPages && widgets_ && widgets_->paging().showsStackTile())
+        return WidgetPaging::stackTitle(widgets_->paging().stacked().size());
+    return item.name;
+}
+
+std::string DockPanelController::widgetsAccessibleName() const
+{
+    if (!widgets_ || !widgets_->paging().showsPagesTile())
+        return "Widgets";
+    const WidgetPaging& paging = widgets_->paging();
+    return WidgetPaging::accessibilityLabel(paging.page(), paging.pages().size());
+}
+
 void DockPanelController::openCard(const Uuid& id, QRect from)
 {
     bool again = card_ && cardId_ == id;
@@ -837,10 +859,15 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
 {
     if (button != Qt::LeftButton)
         return;
-    auto slot = hitAt(global);
-    if (!slot || *slot >= items_.size())
+    if (auto slot = hitAt(global))
+        press(*slot);
+}
+
+void DockPanelController::press(size_t slot)
+{
+    if (slot >= items_.size())
         return;
-    const DockRowItem& item = items_[*slot];
+    const DockRowItem& item = items_[slot];
     switch (item.slot.kind) {
     case DockSlotKind::app:
         if (item.window != 0) {
@@ -851,17 +878,17 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
         }
         break;
     case DockSlotKind::stack:
-        openStack(*slot);
+        openStack(slot);
         break;
     case DockSlotKind::trash:
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
         break;
     case DockSlotKind::widget:
-        toggleCard(*slot);
+        toggleCard(slot);
         break;
     case DockSlotKind::widgetPages:
         if (widgets_ && widgets_->paging().showsStackTile()) {
-            openWidgetStack(*slot);
+            openWidgetStack(slot);
         } else if (widgets_ && widgets_->paging().showsPagesTile()) {
             // Alt-click goes back, as the tile's help says.
             if (QGuiApplication::queryKeyboardModifiers() & Qt::AltModifier)

@@ -119,6 +119,16 @@ public:
     // The window's rectangle in desktop coordinates, as placed.
     [[nodiscard]] DockScreenRect windowRect() const { return window_; }
 
+    // A tile's place on the desktop.
+    // A tile's place on the desktop.
+    [[nodiscard]] QRect slotOnDesktop(size_t slot) const;
+    // What a screen reader says for a tile: the app's or stack's name, a widget's face.
+    [[nodiscard]] std::string accessibleName(size_t slot) const;
+    // The widget tiles' group: "Widgets, page 2 of 3", or "Widgets" with one page.
+    [[nodiscard]] std::string widgetsAccessibleName() const;
+    // What a click on the tile does.
+    void press(size_t slot);
+
     // From the panel, in desktop coordinates.
     void pointerMoved(QPointF global);
     void pointerLeft();
@@ -242,7 +252,6 @@ private:
     void openCard(const Uuid& id, QRect from);
     // The stack tile's list of the widgets behind it; one chosen opens its card.
     void openWidgetStack(size_t slot);
-    [[nodiscard]] QRect slotOnDesktop(size_t slot) const;
     // Widget tiles are shown (and so want their monitors) only while the dock is in sight.
     void followVisibility();
     // With the dock on the screen with the pointer: a push against the dock's edge of another

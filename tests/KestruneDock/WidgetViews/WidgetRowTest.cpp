@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include <QAccessible>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -155,6 +156,39 @@ TEST_F(WidgetRowTest, TilesStandAfterTheAppsInPagesThatFitAndThePagesTileStepsTh
     EXPECT_NE(widgetSlots(), firstPage);
     EXPECT_EQ(row.onScreen(), paging.shown());
     EXPECT_FALSE(row.tile(git)->isShown()) << "a tile on another page is still shown";
+}
+
+TEST_F(WidgetRowTest, AScreenReaderFindsTheTilesAndTheWidgetsGroupNamedForItsPage)
+{
+    QAccessibleInterface* dock = QAccessible::queryAccessibleInterface(&controller->panel());
+    ASSERT_TRUE(dock);
+    EXPECT_EQ(dock->text(QAccessible::Name), QStringLiteral("Dock"));
+    EXPECT_EQ(dock->role(), QAccessible::ToolBar);
+    ASSERT_GT(dock->childCount(), 2);
+    std::vector<std::string> names;
+    QAccessibleInterface* group = nullptr;
+    for (int index = 0; index < dock->childCount(); ++index) {
+        QAccessibleInterface* child = dock->child(index);
+        names.push_back(child->text(QAccessible::Name).toStdString());
+        if (child->role() == QAccessible::Grouping)
+            group = child;
+    }
+    EXPECT_EQ(names.front(), controller->items().front().name);
+    EXPECT_EQ(names.back(), "Trash");
+    ASSERT_TRUE(group) << "no group for the widgets";
+    EXPECT_EQ(dock->indexOfChild(group), 1);
+    size_t pageCount = paging.pages().size();
+    EXPECT_EQ(group->text(QAccessible::Name).toStdString(), "Widgets, page 1 of " + std::to_string(pageCount));
+    ASSERT_EQ(group->childCount(), static_cast<int>(paging.shown().size()) + 1);
+    EXPECT_EQ(group->child(0)->text(QAccessible::Name).toStdString(), row.tile(git)->accessibleText());
+    EXPECT_TRUE(group->rect().contains(group->child(0)->rect().center()));
+
+    // Pressing the pages tile steps, as a click does.
+    QAccessibleInterface* pages = group->child(group->childCount() - 1);
+    EXPECT_EQ(pages->text(QAccessible::Name).toStdString(), WidgetPaging::pagesHelp());
+    pages->actionInterface()->doAction(QAccessibleActionInterface::pressAction());
+    spin();
+    EXPECT_EQ(group->text(QAccessible::Name).toStdString(), "Widgets, page 2 of " + std::to_string(pageCount));
 }
 
 TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
