@@ -224,6 +224,11 @@ void DockPanelController::setWidgetRow(WidgetRow* row)
         // A card whose widget left the row (or the pager let go of) closes.
         if (card_ && widgets_->paging().presented() != cardId_)
             card_->close();
+        const WidgetPaging& paging = widgets_->paging();
+        if (paging.page() != std::exchange(widgetPage_, paging.page()) && paging.transition() != WidgetPageTransition::none) {
+            pageSlideStarted_ = runtime_.now();
+            pageSlideSide_ = paging.transition() == WidgetPageTransition::forward ? 1 : -1;
+        }
         if (std::exchange(rebuildPosted_, true))
             return;
         QMetaObject::invokeMethod(panel_.get(), [this] {
@@ -645,6 +650,24 @@ double DockPanelController::shiftNow(const std::string& key) const
     return found->second * (1 - done) * (1 - done) * (1 - done);
 }
 
+double DockPanelController::pageSlideOffset() const
+{
+    if (!pageSlideStarted_)
+        return 0;
+    double start = 0, end = 0;
+    bool found = false;
+    for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
+        if (items_[index].slot.kind != DockSlotKind::widget)
+            continue;
+        const DockRowRect& tile = layout_.frames()[index].tile;
+        start = found ? start : tile.axis;
+        end = tile.axisEnd();
+        found = true;
+    }
+    double done = std::clamp(secondsBetween(*pageSlideStarted_, runtime_.now()).count() / pageSlideSeconds, 0.0, 1.0);
+    return found ? pageSlideSide_ * (end - start) * (1 - done) * (1 - done) * (1 - done) : 0;
+}
+
 double DockPanelController::onDesktop(double axis) const
 {
     auto [x, y] = placement_.toWindow(window_, axis, 0);
@@ -698,7 +721,7 @@ void DockPanelController::shiftRow(const std::map<std::string, double>& drawnBef
 
 bool DockPanelController::animating() const
 {
-    if (slideStarted_ || shiftStarted_)
+    if (slideStarted_ || shiftStarted_ || pageSlideStarted_)
         return true;
     if (!values_.animateLaunch)
         return false;
@@ -711,6 +734,8 @@ void DockPanelController::tick()
         shiftStarted_.reset();
         shift_.clear();
     }
+    if (pageSlideStarted_ && secondsBetween(*pageSlideStarted_, runtime_.now()).count() >= pageSlideSeconds)
+        pageSlideStarted_.reset();
     if (slideStarted_ && secondsBetween(*slideStarted_, runtime_.now()).count() >= revealSeconds) {
         slideStarted_.reset();
         slideFrom_ = slideTo_;
@@ -1391,6 +1416,15 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
     }
 
     Date now = runtime_.now();
+    // A page sliding in shows only where the widget tiles stand.
+    double pageSlide = pageSlideOffset();
+    std::optional<QRectF> widgetArea;
+    if (pageSlide != 0)
+        for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index)
+            if (items_[index].slot.kind == DockSlotKind::widget) {
+                QRectF area = toQt(placement_.toWindow(window_, layout_.frames()[index].tile));
+                widgetArea = widgetArea ? widgetArea->united(area) : area;
+            }
     for (size_t index = 0; index < items_.size() && index < layout_.frames().size(); ++index) {
         const DockRowItem& item = items_[index];
         DockSlotFrame frame = layout_.frames()[index];
@@ -1403,6 +1437,12 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
         }
         if (item.placeholder)
             continue;
+        bool sliding = widgetArea && item.slot.kind == DockSlotKind::widget;
+        if (sliding) {
+            frame.tile.axis += pageSlide;
+            painter.save();
+            painter.setClipRect(*widgetArea);
+        }
         if (item.highlighted) {
             QRectF lit = toQt(placement_.toWindow(window_, frame.tile)).adjusted(-3, -3, 3, 3);
             painter.setPen(Qt::NoPen);
@@ -1410,9 +1450,10 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
             painter.drawRoundedRect(lit, lit.width() * 0.22, lit.width() * 0.22);
         }
         auto painterFor = painters_.find(item.slot.kind);
-        if (painterFor == painters_.end() || !painterFor->second)
-            continue;
-        painterFor->second->paint(painter, item, frame, toQt(placement_.toWindow(window_, frame.tile)), context);
+        if (painterFor != painters_.end() && painterFor->second)
+            painterFor->second->paint(painter, item, frame, toQt(placement_.toWindow(window_, frame.tile)), context);
+        if (sliding)
+            painter.restore();
     }
     if (showsLabel())
         paintLabel(painter, *hovered_, context);

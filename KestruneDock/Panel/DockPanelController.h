@@ -91,6 +91,8 @@ public:
     static constexpr double revealSeconds = 0.25;
     // Tiles making room for a dragged one glide there over this long.
     static constexpr double shiftSeconds = 0.2;
+    // A new page of widgets slides in over this long, from the side it was stepped to.
+    static constexpr double pageSlideSeconds = 0.25;
     // With auto-hide on: how long after the pointer leaves the dock slides out.
     static constexpr double hideDelaySeconds = 0.5;
     // Slid out of sight, the window off the screen (auto-hide).
@@ -122,6 +124,8 @@ public:
     // A tile's place on the desktop.
     // A tile's place on the desktop.
     [[nodiscard]] QRect slotOnDesktop(size_t slot) const;
+    // How far the widget tiles are drawn from their places while a new page slides in.
+    [[nodiscard]] double pageSlideOffset() const;
     // What a screen reader says for a tile: the app's or stack's name, a widget's face.
     [[nodiscard]] std::string accessibleName(size_t slot) const;
     // The widget tiles' group: "Widgets, page 2 of 3", or "Widgets" with one page.
@@ -293,6 +297,11 @@ private:
     double slideFrom_ = 1;
     double slideTo_ = 1;
     std::optional<Date> slideStarted_;
+    // The widget page on screen, and the slide that brought it: since when, and from which side
+    // (1: the end of the row, -1: its start).
+    size_t widgetPage_ = 0;
+    std::optional<Date> pageSlideStarted_;
+    int pageSlideSide_ = 0;
     // Auto-hide: slid out with the window off the screen, called back from the edge strip.
     bool hidden_ = false;
     TimerHandle hideTimer_;

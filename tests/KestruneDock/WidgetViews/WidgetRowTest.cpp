@@ -151,11 +151,16 @@ TEST_F(WidgetRowTest, TilesStandAfterTheAppsInPagesThatFitAndThePagesTileStepsTh
     const DockSlotFrame& frame = controller->layout().frames()[pagesTile];
     auto [x, y] = controller->placement().toWindow(controller->windowRect(), frame.tile.axisCenter(), frame.tile.depth + 10);
     controller->clicked(QPointF(controller->windowRect().x + x, controller->windowRect().y + y), Qt::LeftButton);
-    spin();
+    // The new page slides in from the row's end, and settles.
+    EXPECT_GT(controller->pageSlideOffset(), 0);
+    EXPECT_TRUE(test::spinUntil([&] { return controller->pageSlideOffset() == 0; }, 3000));
     EXPECT_EQ(paging.page(), 1U);
     EXPECT_NE(widgetSlots(), firstPage);
     EXPECT_EQ(row.onScreen(), paging.shown());
     EXPECT_FALSE(row.tile(git)->isShown()) << "a tile on another page is still shown";
+    // Stepping back, it comes from the start.
+    paging.showPreviousPage();
+    EXPECT_LT(controller->pageSlideOffset(), 0);
 }
 
 TEST_F(WidgetRowTest, AScreenReaderFindsTheTilesAndTheWidgetsGroupNamedForItsPage)
