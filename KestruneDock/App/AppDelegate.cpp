@@ -353,6 +353,7 @@ void AppDelegate::openSettings()
         setup.executable = QCoreApplication::applicationFilePath().toStdString();
         setup.notify = [this](const std::string& name) { received(name); };
         setup.widgets = widgetStore_.get();
+        setup.widgetMonitors = widgetMonitors_.get();
         settingsWindow_ = std::make_unique<SettingsWindow>(*preferences_, std::move(setup));
         windows_.push_back(settingsWindow_.get());
     }

@@ -238,7 +238,7 @@ QWidget* SettingsWindow::makeWidgets()
     QWidget* pane = titledPane(QStringLiteral("Widgets"));
     QVBoxLayout* layout = column(pane);
     if (setup_.widgets) {
-        widgetsPane_ = new WidgetsPane(*setup_.widgets, preferences_);
+        widgetsPane_ = new WidgetsPane(*setup_.widgets, preferences_, setup_.widgetMonitors);
         layout->addWidget(widgetsPane_, 1);
     } else {
         layout->addStretch();

@@ -27,6 +27,7 @@ class QStackedWidget;
 namespace kestrune {
 
 class Preferences;
+class WidgetMonitors;
 class WidgetStore;
 class WidgetsPane;
 
@@ -43,6 +44,8 @@ public:
         std::function<void(const std::string& name)> notify;
         // The dock's widgets, for the Widgets pane; none leaves the pane empty.
         WidgetStore* widgets = nullptr;
+        // Their monitors, for the pane's live preview of a tile.
+        WidgetMonitors* widgetMonitors = nullptr;
     };
 
     SettingsWindow(Preferences& preferences, Setup setup);

@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QPainter>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QSignalBlocker>
@@ -16,6 +17,7 @@
 
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/WidgetViews/SummaryTile.h"
+#include "KestruneDock/WidgetViews/WidgetTile.h"
 #include "KestruneDock/Widgets/WidgetPaging.h"
 #include "KestruneKit/Preferences/Preferences.h"
 
@@ -33,7 +35,73 @@ enum OptionsPage { noOptions, gitOptions, devServersOptions, endpointsOptions };
 
 } // namespace
 
-WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences) : store_(store), preferences_(preferences)
+WidgetPreview::WidgetPreview(WidgetMonitors& monitors) : monitors_(monitors)
+{
+    setAccessibleName(QStringLiteral("Preview"));
+    setMinimumHeight(static_cast<int>(iconSize + 2 * margin));
+}
+
+WidgetPreview::~WidgetPreview() = default;
+
+void WidgetPreview::setInstance(const WidgetInstance* instance)
+{
+    if (!instance) {
+        tile_.reset();
+    } else if (tile_ && tile_->instance().id == instance->id && tile_->instance().kind == instance->kind) {
+        tile_->setInstance(*instance);
+    } else {
+        tile_ = makeWidgetTile(*instance, monitors_);
+        tile_->changed = [this] { update(); };
+        tile_->setShown(isVisible());
+    }
+    setAccessibleDescription(tile_ ? QString::fromStdString(tile_->accessibleText()) : QString());
+    update();
+}
+
+QImage WidgetPreview::render(double devicePixelRatio) const
+{
+    QImage image((size() * devicePixelRatio), QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(devicePixelRatio);
+    image.fill(Qt::transparent);
+    QPainter painter(&image);
+    paintInto(painter, devicePixelRatio);
+    return image;
+}
+
+void WidgetPreview::paintInto(QPainter& painter, double devicePixelRatio) const
+{
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (!tile_)
+        return;
+    double length = tile_->length(iconSize);
+    // On a piece of the dock's bar, as it is seen there.
+    QRectF bar(0, 0, length + 2 * margin, iconSize + 2 * margin);
+    bar.moveCenter(QRectF(rect()).center());
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(28, 30, 34, 230));
+    painter.drawRoundedRect(bar, 12, 12);
+    tile_->paint(painter, bar.adjusted(margin, margin, -margin, -margin), WidgetPaintContext { devicePixelRatio, true });
+}
+
+void WidgetPreview::paintEvent(QPaintEvent*)
+{
+    QPainter painter(this);
+    paintInto(painter, devicePixelRatioF());
+}
+
+void WidgetPreview::showEvent(QShowEvent*)
+{
+    if (tile_)
+        tile_->setShown(true);
+}
+
+void WidgetPreview::hideEvent(QHideEvent*)
+{
+    if (tile_)
+        tile_->setShown(false);
+}
+
+WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences, WidgetMonitors* monitors) : store_(store), preferences_(preferences)
 {
     chooseFolder = [this](const std::string& current) -> std::optional<std::string> {
         QString chosen = QFileDialog::getExistingDirectory(this, QStringLiteral("Choose a Project Folder"), QString::fromStdString(current));
@@ -81,6 +149,10 @@ WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences) : store_(
             store_.setStyle(*id, face_->itemData(index).toString().toStdString());
     });
     form->addRow(QStringLiteral("Face"), face_);
+    if (monitors) {
+        preview_ = new WidgetPreview(*monitors);
+        form->addRow(QStringLiteral("Preview"), preview_);
+    }
     options_ = new QStackedWidget;
     options_->addWidget(new QWidget);
     auto* gitPage = new QWidget;
@@ -268,6 +340,10 @@ void WidgetsPane::showSelection()
         }
     }
     form_->setRowVisible(face_, !styles.empty());
+    if (preview_) {
+        preview_->setInstance(instance);
+        form_->setRowVisible(preview_, instance != nullptr);
+    }
     auto option = [&](std::string_view key) {
         auto found = instance ? instance->options.find(std::string(key)) : std::map<std::string, std::string>::const_iterator();
         return instance && found != instance->options.end() ? QString::fromStdString(found->second) : QString();

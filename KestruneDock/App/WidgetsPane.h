@@ -1,24 +1,27 @@
 #pragma once
 // The settings window's "Widgets" pane: the widgets in the dock in their order, to move, remove,
-// give another face or set their options (a Git widget's folder, the ports Dev Servers leaves
+// give another face (seen at once in a live preview of the tile) or set their options (a Git widget's folder, the ports Dev Servers leaves
 // out); the gallery by category with an add button per kind; the presets, each replacing the row
 // with its widgets; and what happens when the row does not fit. Every change goes through the
 // widget store at once, and the pane follows changes made elsewhere (`kestrune widgets …`).
 //
-//   auto* pane = new WidgetsPane(widgetStore, preferences);
+//   auto* pane = new WidgetsPane(widgetStore, preferences, &monitors);
 //
 // Main thread only.
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include <QImage>
 #include <QWidget>
 
 #include "KestruneDock/Widgets/WidgetStore.h"
 
 class QComboBox;
+class QPainter;
 class QFormLayout;
 class QLabel;
 class QLineEdit;
@@ -30,10 +33,40 @@ class QStackedWidget;
 namespace kestrune {
 
 class Preferences;
+class WidgetMonitors;
+class WidgetTile;
+
+// One widget's tile, drawn on a piece of the dock's bar as the dock draws it, and live: while the
+// preview shows, the tile ticks and holds its monitor as it would in the dock.
+class WidgetPreview final : public QWidget {
+public:
+    static constexpr double iconSize = 48;
+    static constexpr double margin = 6;
+
+    explicit WidgetPreview(WidgetMonitors& monitors);
+    ~WidgetPreview() override;
+
+    // None shows nothing.
+    void setInstance(const WidgetInstance* instance);
+    [[nodiscard]] const WidgetTile* tile() const { return tile_.get(); }
+    [[nodiscard]] QImage render(double devicePixelRatio) const;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
+
+private:
+    void paintInto(QPainter& painter, double devicePixelRatio) const;
+
+    WidgetMonitors& monitors_;
+    std::unique_ptr<WidgetTile> tile_;
+};
 
 class WidgetsPane final : public QWidget {
 public:
-    WidgetsPane(WidgetStore& store, Preferences& preferences);
+    // Without monitors there is no preview.
+    WidgetsPane(WidgetStore& store, Preferences& preferences, WidgetMonitors* monitors = nullptr);
     ~WidgetsPane() override;
 
     // Asks for a Git widget's folder; a dialog unless a test answers.
@@ -42,6 +75,8 @@ public:
     // The row's widget selected in the list, if any.
     [[nodiscard]] std::optional<Uuid> selected() const;
     void select(const Uuid& id);
+    // The selected widget's tile as the dock draws it, live; none without monitors.
+    [[nodiscard]] WidgetPreview* preview() const { return preview_; }
 
 private:
     void showRow();
@@ -58,6 +93,7 @@ private:
     QPushButton* down_ = nullptr;
     QPushButton* remove_ = nullptr;
     QComboBox* face_ = nullptr;
+    WidgetPreview* preview_ = nullptr;
     QFormLayout* form_ = nullptr;
     QPushButton* folder_ = nullptr;
     QLabel* folderShown_ = nullptr;

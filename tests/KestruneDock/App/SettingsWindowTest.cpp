@@ -17,9 +17,12 @@
 #include <gtest/gtest.h>
 
 #include "KestruneDock/App/LoginItem.h"
+#include "KestruneDock/App/QtRuntime.h"
 #include "KestruneDock/App/SettingsWindow.h"
 #include "KestruneDock/App/WelcomeWindow.h"
 #include "KestruneDock/App/WidgetsPane.h"
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneDock/WidgetViews/WidgetTile.h"
 #include "KestruneDock/Widgets/WidgetPaging.h"
 #include "KestruneKit/Preferences/Preferences.h"
 #include "tests/helpers/QtSpin.h"
@@ -59,7 +62,9 @@ TEST(SettingsWindow, TheWidgetsPaneArrangesTheRowAddsFromTheGalleryAppliesPreset
     test::TemporaryFolder folder;
     JSONFilePreferences preferences(folder.file("config/app.quillane.dock.json"));
     WidgetStore widgets(preferences);
-    SettingsWindow window(preferences, { folder.file("autostart.desktop"), "/bin/true", {}, &widgets });
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    SettingsWindow window(preferences, { folder.file("autostart.desktop"), "/bin/true", {}, &widgets, &monitors });
     window.showPage(SettingsWindow::Page::widgets);
     WidgetsPane* pane = window.widgetsPane();
     ASSERT_TRUE(pane);
@@ -87,6 +92,14 @@ TEST(SettingsWindow, TheWidgetsPaneArrangesTheRowAddsFromTheGalleryAppliesPreset
     pane->chooseFolder = [&](const std::string&) { return std::optional<std::string>(folder.path()); };
     named<QPushButton>(window, QStringLiteral("Choose…"))->click();
     EXPECT_EQ(widgets.instance(git)->options.at("folder"), folder.path());
+    // The preview is the selected widget's own tile, live: the folder shows at once.
+    ASSERT_TRUE(pane->preview() && pane->preview()->tile());
+    EXPECT_EQ(pane->preview()->tile()->instance().id, git);
+    std::string folderName = std::filesystem::path(folder.path()).filename().string();
+    EXPECT_EQ(pane->preview()->tile()->accessibleText().rfind(folderName, 0), 0U) << pane->preview()->tile()->accessibleText();
+    for (int scale : { 1, 2 })
+        pane->preview()->render(scale).save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/settings-widgets-preview-"
+                                                                    + std::to_string(scale) + "x.png"));
     // Dev Servers' ignored ports.
     Uuid servers = widgets.instances()[2].id;
     ASSERT_EQ(widgets.instance(servers)->kind, WidgetKind::devServers);
@@ -115,6 +128,7 @@ TEST(SettingsWindow, TheWidgetsPaneArrangesTheRowAddsFromTheGalleryAppliesPreset
     face->setCurrentIndex(face->findText(QStringLiteral("Analog")));
     Q_EMIT face->activated(face->currentIndex());
     EXPECT_EQ(widgets.instances().back().style, "analog");
+    EXPECT_EQ(pane->preview()->tile()->instance().style, "analog") << "the preview kept the face before";
     auto* overflow = named<QComboBox>(window, QStringLiteral("When they don’t fit"));
     overflow->setCurrentIndex(1);
     Q_EMIT overflow->activated(1);
