@@ -1416,6 +1416,10 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
     }
 
     Date now = runtime_.now();
+    std::optional<QRectF> clip;
+    if (painter.hasClipping())
+        clip = painter.clipBoundingRect();
+    double reach = metrics.iconSize * 0.5;
     // A page sliding in shows only where the widget tiles stand.
     double pageSlide = pageSlideOffset();
     std::optional<QRectF> widgetArea;
@@ -1436,6 +1440,10 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
             frame.tile.depth += metrics.iconSize * 0.4 * std::abs(std::sin(std::numbers::pi * elapsed / hopSeconds));
         }
         if (item.placeholder)
+            continue;
+        // A tile well clear of the part being painted (a widget's news repaints its own
+        // rectangle) costs nothing: its badge, indicator and hop stay within half an icon.
+        if (clip && !toQt(placement_.toWindow(window_, frame.tile)).adjusted(-reach, -reach, reach, reach).intersects(*clip))
             continue;
         bool sliding = widgetArea && item.slot.kind == DockSlotKind::widget;
         if (sliding) {
