@@ -11,6 +11,8 @@
 #include <QCursor>
 #include <QDesktopServices>
 #include <QMenu>
+#include <QMimeData>
+#include <QMouseEvent>
 #include <QPushButton>
 #include <QFontMetricsF>
 #include <QGuiApplication>
@@ -34,6 +36,40 @@
 namespace kestrune {
 
 namespace {
+
+// Watches a list of widgets for a press that moves past the drag distance, and names the widget
+// pressed (its id in Qt::UserRole).
+class WidgetDragStart final : public QObject {
+public:
+    WidgetDragStart(QListWidget* list, std::function<void(const Uuid&)> start) : QObject(list), list_(list), start_(std::move(start)) {}
+
+    bool eventFilter(QObject*, QEvent* event) override
+    {
+        if (event->type() == QEvent::MouseButtonPress) {
+            auto* press = static_cast<QMouseEvent*>(event);
+            pressedAt_ = press->button() == Qt::LeftButton ? std::optional(press->position()) : std::nullopt;
+        } else if (event->type() == QEvent::MouseMove && pressedAt_) {
+            auto* move = static_cast<QMouseEvent*>(event);
+            if ((move->position() - *pressedAt_).manhattanLength() < QApplication::startDragDistance())
+                return false;
+            QListWidgetItem* item = list_->itemAt(pressedAt_->toPoint());
+            pressedAt_.reset();
+            if (auto id = item ? Uuid::fromString(item->data(Qt::UserRole).toString().toStdString()) : std::nullopt) {
+                start_(*id);
+                return true;
+            }
+        } else if (event->type() == QEvent::MouseButtonRelease) {
+            pressedAt_.reset();
+        }
+        return false;
+    }
+
+private:
+    QListWidget* list_;
+    std::function<void(const Uuid&)> start_;
+    std::optional<QPointF> pressedAt_;
+};
+
 
 // The bar where nothing can show through it (no compositor).
 const QColor opaqueBar(0x2a, 0x2d, 0x32);
@@ -272,8 +308,11 @@ void DockPanelController::addWidgets(const std::function<DockRowItem&(DockSlotKi
     }
     if (paging.showsPagesTile() || paging.showsStackTile()) {
         std::string help = paging.showsStackTile() ? WidgetPaging::stackHelp(paging.stacked().size()) : WidgetPaging::pagesHelp();
-        add(DockSlotKind::widgetPages, {}, std::move(help)).slot.length = values_.iconSize / 2;
+        add(DockSlotKind::widgetPages, std::string(widgetControlPath), std::move(help)).slot.length = values_.iconSize / 2;
     }
+    for (DockRowItem& item : items_)
+        if (item.slot.kind == DockSlotKind::widget || item.slot.kind == DockSlotKind::widgetPages)
+            item.highlighted = !dropTarget_.empty() && item.path == dropTarget_;
 }
 
 void DockPanelController::toggleCard(size_t slot)
@@ -366,6 +405,11 @@ void DockPanelController::openWidgetStack(size_t slot)
                 openCard(*id, from);
         }, Qt::QueuedConnection);
     };
+    // A widget pulled out of the list is carried to the row.
+    list->items->setDragEnabled(false);
+    list->items->viewport()->installEventFilter(new WidgetDragStart(list->items, [this](const Uuid& id) {
+        QMetaObject::invokeMethod(panel_.get(), [this, id] { dragWidget(id); }, Qt::QueuedConnection);
+    }));
     store_.setStackOpen(true);
     card_ = new WidgetCard(QString::fromStdString(WidgetPaging::stackTitle(stacked.size())), list, from, values_.edge,
                            [this] { store_.setStackOpen(false); });
@@ -941,6 +985,11 @@ void DockPanelController::draggedTo(QPointF global)
     if (!slot || *slot >= items_.size())
         return;
     DockRowItem item = items_[*slot];
+    if (item.slot.kind == DockSlotKind::widget) {
+        if (auto id = Uuid::fromString(item.path))
+            dragWidget(*id);
+        return;
+    }
     bool kept = item.slot.kind == DockSlotKind::app && *slot < keptShown_;
     if (!kept && item.slot.kind != DockSlotKind::stack)
         return;
@@ -971,6 +1020,39 @@ void DockPanelController::draggedTo(QPointF global)
     settle();
 }
 
+void DockPanelController::dragWidget(const Uuid& id)
+{
+    WidgetTile* tile = widgets_ ? widgets_->tile(id) : nullptr;
+    if (!tile || dragging_)
+        return;
+    // The stack's list makes way for the drop.
+    if (card_)
+        card_->close();
+    auto* data = new QMimeData;
+    data->setData(QString::fromLatin1(WidgetPaging::dragFromStackType.data(), static_cast<qsizetype>(WidgetPaging::dragFromStackType.size())),
+                  QByteArray::fromStdString(id.toString()));
+    auto* drag = new QDrag(panel_.get());
+    drag->setMimeData(data);
+    double ratio = panel_->devicePixelRatioF();
+    double depth = layout_.metrics().iconSize;
+    QRectF face(0, 0, tile->length(depth), depth);
+    QPixmap picture((face.size() * ratio).toSize());
+    picture.setDevicePixelRatio(ratio);
+    picture.fill(Qt::transparent);
+    {
+        QPainter painter(&picture);
+        painter.setRenderHint(QPainter::Antialiasing);
+        tile->paint(painter, face, WidgetPaintContext { ratio, translucent_ });
+    }
+    drag->setPixmap(picture);
+    drag->setHotSpot(QPoint(static_cast<int>(face.width() / 2), static_cast<int>(face.height() / 2)));
+    dragging_ = true;
+    droppedHere_ = false;
+    drag->exec(Qt::MoveAction, Qt::MoveAction);
+    dragging_ = false;
+    settle();
+}
+
 size_t DockPanelController::keptIndexAt(double axis) const
 {
     // Before every kept tile whose middle lies past the pointer. The room made for the drop is
@@ -994,6 +1076,18 @@ DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, cons
         bool isKept = std::any_of(kept.begin(), kept.end(), [&](const DockApp& app) { return app.url == plan.path; });
         plan.kind = isKept ? DropPlan::Kind::reorder : DropPlan::Kind::back;
         plan.index = keptIndexAt(axis);
+        return plan;
+    }
+    auto widgetType = QString::fromLatin1(WidgetPaging::dragFromStackType.data(), static_cast<qsizetype>(WidgetPaging::dragFromStackType.size()));
+    if (data.hasFormat(widgetType)) {
+        auto slot = layout_.hit(axis, depth);
+        const DockRowItem* under = slot && *slot < items_.size() ? &items_[*slot] : nullptr;
+        bool overStack = under && under->slot.kind == DockSlotKind::widgetPages && widgets_ && widgets_->paging().showsStackTile();
+        if (!under || (under->slot.kind != DockSlotKind::widget && !overStack))
+            return plan;
+        plan.kind = DropPlan::Kind::widget;
+        plan.path = data.data(widgetType).toStdString();
+        plan.beside = under->path;
         return plan;
     }
     std::vector<std::string> files;
@@ -1039,7 +1133,9 @@ DockPanelController::DropPlan DockPanelController::planDrop(QPointF global, cons
 
 void DockPanelController::showDrop(const DropPlan& plan)
 {
-    std::string target = plan.kind == DropPlan::Kind::trash || plan.kind == DropPlan::Kind::openFiles ? plan.path : std::string();
+    std::string target = plan.kind == DropPlan::Kind::trash || plan.kind == DropPlan::Kind::openFiles ? plan.path
+                         : plan.kind == DropPlan::Kind::widget && plan.beside != plan.path     ? plan.beside
+                                                                                                : std::string();
     bool retarget = target != dropTarget_;
     dropTarget_ = std::move(target);
     if (plan.kind == DropPlan::Kind::reorder || plan.kind == DropPlan::Kind::pin)
@@ -1069,6 +1165,7 @@ Qt::DropAction DockPanelController::actionFor(DropPlan::Kind kind)
     case DropPlan::Kind::none: return Qt::IgnoreAction;
     case DropPlan::Kind::back:
     case DropPlan::Kind::reorder:
+    case DropPlan::Kind::widget:
     case DropPlan::Kind::trash: return Qt::MoveAction;
     default: return Qt::CopyAction;
     }
@@ -1098,6 +1195,16 @@ Qt::DropAction DockPanelController::dropped(QPointF global, const QMimeData& dat
     }
     case DropPlan::Kind::pin: store_.pin(plan.path, plan.index); break;
     case DropPlan::Kind::stack: store_.addStack(plan.path); break;
+    case DropPlan::Kind::widget: {
+        auto id = Uuid::fromString(plan.path);
+        if (!id || !widgets_ || widgets_->store().instances().empty())
+            break;
+        // Into the stack: last in the row, the first to be left out. Onto a tile: where it stands.
+        auto beside = plan.beside == widgetControlPath ? std::optional(widgets_->store().instances().back().id) : Uuid::fromString(plan.beside);
+        if (beside && *beside != *id)
+            widgets_->store().move(*id, *beside);
+        break;
+    }
     case DropPlan::Kind::openFiles:
         if (services_.openFiles)
             services_.openFiles(plan.path, plan.files);

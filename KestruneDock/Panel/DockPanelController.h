@@ -147,6 +147,11 @@ public:
     void dragLeft();
     Qt::DropAction dropped(QPointF global, const QMimeData& data);
     [[nodiscard]] bool isDragging() const { return dragging_; }
+    // A widget carried out of the stack's list, or a widget tile off the row: dropped on the row
+    // it goes where it was let go; on the stack tile, into the stack.
+    void dragWidget(const Uuid& id);
+    // The path of the pages or stack tile after the widgets.
+    static constexpr std::string_view widgetControlPath = "kestrune:widgetControl";
     // The menu of what lies there: a tile's, or the dock's own on its bar and dividers.
     void contextMenu(QPointF global);
     void setDesktopServices(DockDesktopServices services) { services_ = std::move(services); }
@@ -228,11 +233,13 @@ private:
     void perform(const DockMenuEntry& entry, const std::string& path);
     void openStack(size_t slot);
     struct DropPlan {
-        enum class Kind { none, back, reorder, pin, stack, openFiles, trash } kind = Kind::none;
+        enum class Kind { none, back, reorder, pin, stack, openFiles, trash, widget } kind = Kind::none;
         // The app moved or pinned, the folder stacked, or the tile that takes the files.
         std::string path;
         // Among the kept apps.
         size_t index = 0;
+        // A widget dragged: the tile it goes beside, or the stack tile's path (into the stack).
+        std::string beside;
         std::vector<std::string> files;
     };
     [[nodiscard]] DropPlan planDrop(QPointF global, const QMimeData& data) const;

@@ -33,6 +33,7 @@ public:
 
     [[nodiscard]] WidgetTile* tile(const Uuid& id) const;
     [[nodiscard]] WidgetPaging& paging() { return paging_; }
+    [[nodiscard]] WidgetStore& store() { return store_; }
     // Tiles are measured at this depth.
     void setIconSize(double iconSize);
     // The tiles on screen now; every other one is hidden.

@@ -11,6 +11,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMimeData>
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QPainter>
@@ -252,6 +253,49 @@ TEST_F(WidgetRowTest, WithTheStackPolicyTheRestWaitBehindAStackTileWhoseListOpen
     Q_EMIT list->itemActivated(list->item(0));
     spin();
     EXPECT_EQ(paging.presented(), first) << "the chosen widget's card did not open";
+}
+
+TEST_F(WidgetRowTest, AWidgetCarriedOutOfTheStackLandsInTheRowAndOneDroppedOnTheStackGoesIn)
+{
+    preferences.set("widgetOverflow", std::string("stack"));
+    spin();
+    ASSERT_TRUE(paging.showsStackTile());
+    auto slotOf = [&](const std::string& path) {
+        for (size_t index = 0; index < controller->items().size(); ++index)
+            if (controller->items()[index].path == path)
+                return index;
+        ADD_FAILURE() << "no tile " << path;
+        return size_t { 0 };
+    };
+    auto carrying = [](const Uuid& id) {
+        auto data = std::make_unique<QMimeData>();
+        data->setData(QString::fromLatin1(WidgetPaging::dragFromStackType.data()), QByteArray::fromStdString(id.toString()));
+        return data;
+    };
+    auto over = [&](const std::string& path) { return QPointF(controller->slotOnDesktop(slotOf(path)).center()); };
+
+    // Over an app it is no drop; over a widget tile, that tile lights up, and the widget lands there.
+    Uuid stacked = paging.stacked().front();
+    Uuid lastShown = paging.shown().back();
+    auto data = carrying(stacked);
+    EXPECT_EQ(controller->dragOver(QPointF(controller->slotOnDesktop(0).center()), *data), Qt::IgnoreAction);
+    EXPECT_EQ(controller->dragOver(over(git.toString()), *data), Qt::MoveAction);
+    EXPECT_TRUE(controller->items()[slotOf(git.toString())].highlighted);
+    controller->dropped(over(git.toString()), *data);
+    spin();
+    EXPECT_EQ(paging.shown().front(), stacked) << "the widget did not land where it was let go";
+    EXPECT_EQ(paging.shown()[1], git);
+    EXPECT_EQ(paging.stacked().front(), lastShown) << "the widget it displaced did not go into the stack";
+
+    // A tile dropped on the stack tile goes in.
+    std::string stackTile(DockPanelController::widgetControlPath);
+    auto tile = carrying(git);
+    EXPECT_EQ(controller->dragOver(over(stackTile), *tile), Qt::MoveAction);
+    EXPECT_TRUE(controller->items()[slotOf(stackTile)].highlighted);
+    controller->dropped(over(stackTile), *tile);
+    spin();
+    EXPECT_EQ(paging.stacked().back(), git);
+    EXPECT_EQ(widgets.instances().back().id, git);
 }
 
 TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrItsWidgetGoes)
