@@ -1576,9 +1576,9 @@ void DockPanelController::paint(QPainter& painter, double devicePixelRatio, bool
 
 bool DockPanelController::showsLabel() const
 {
-    // An open menu stands where the name would: the name goes.
+    // An open menu, card or stack list stands where the name would: the name goes.
     // A dragged tile covers it too.
-    return hovered_ && *hovered_ < items_.size() && raise_ == DockPanelRaise::raised && !store_.isMenuOpen()
+    return hovered_ && *hovered_ < items_.size() && raise_ == DockPanelRaise::raised && !store_.isMenuOpen() && !card_
         && store_.reorder().phase == DockReorder::Phase::idle && !dragging_;
 }
 

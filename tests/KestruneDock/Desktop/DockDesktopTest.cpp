@@ -11,7 +11,11 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <QByteArray>
+
+#include "KestruneDock/Dock/DockPreferences.h"
 #include "KestruneDock/Dock/DockRowLayout.h"
+#include "KestruneKit/Core/Uuid.h"
 #include "KestruneKit/Process/ChildProcess.h"
 #include "tests/helpers/Spawn.h"
 #include "tests/helpers/TestSupport.h"
@@ -738,6 +742,114 @@ bool storesKept(const DockHome& home, const std::vector<std::string>& names)
     return stored.is_object() && stored["pinnedApps"] == expected;
 }
 
+// The Developer widgets, more than a 1280-px screen holds at this icon size, as the preferences
+// keep them (JSON bytes).
+void giveDeveloperWidgets(DockHome& home, const std::string& overflow)
+{
+    nlohmann::json row = nlohmann::json::array();
+    for (const char* kind : { "git", "aiUsage", "devServers", "containers", "simulators", "endpoints", "timestamp", "activity", "clipboard" })
+        row.push_back({ { "id", Uuid::random().toString() }, { "kind", kind }, { "style", "" }, { "options", nlohmann::json::object() } });
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences["widgets"] = { { "$data", QByteArray::fromStdString(row.dump()).toBase64().toStdString() } };
+    preferences["widgetOverflow"] = overflow;
+    preferences["iconSize"] = 72;
+    // Tiles hold still under the pointer, so where one is clicked is where it rests.
+    preferences["magnification"] = false;
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+}
+
+// The bar once its widget tiles have taken their lengths (their monitors answer after the start).
+test::XRect settledBar(XSession& session, xcb_window_t window)
+{
+    test::XRect bar = session.geometry(window);
+    (void)test::eventually([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(700));
+        test::XRect now = session.geometry(window);
+        return std::exchange(bar, now).width == now.width;
+    });
+    return bar;
+}
+
+// Where the pages or stack tile rests: just before the trash, at the bar's end.
+int widgetControlX(const test::XRect& bar)
+{
+    DockPreferences preferences;
+    preferences.iconSize = 72;
+    DockRowLayout layout;
+    layout.setPreferences(preferences);
+    layout.setSlots({ { DockSlotKind::widgetPages, 36 }, { DockSlotKind::trash } });
+    return static_cast<int>(std::lround(bar.x + bar.width - (layout.restingLength() - layout.frames()[0].restingCenter)));
+}
+
+TEST(DockDesktopWidgets, ThePagesTileStepsThroughThePagesAndTheStackTileOpensItsList)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    giveDeveloperWidgets(home, "pages");
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest";
+    // A line of the bar's pixels tells the pages apart; the bar is as long as the page's tiles.
+    auto rowLine = [&] {
+        test::XRect bar = session.geometry(*window);
+        std::vector<uint32_t> line { static_cast<uint32_t>(bar.x), static_cast<uint32_t>(bar.width) };
+        for (int x = bar.x; x < bar.x + bar.width; x += 3)
+            line.push_back(session.pixel(x, bar.y + bar.height / 2 - 6));
+        return line;
+    };
+    // The pages tile moves with the bar's end; the pointer goes to where it is now.
+    auto clickPagesTile = [&] {
+        test::XRect bar = session.geometry(*window);
+        session.click(widgetControlX(bar), bar.y + bar.height / 2);
+        // Away again, so that no hover is in what is compared.
+        session.move(100, 100);
+    };
+    // Tiles fill in as their monitors answer; the first page is whatever it shows once settled.
+    std::vector<uint32_t> firstPage;
+    ASSERT_TRUE(test::eventually([&] {
+        auto now = rowLine();
+        std::this_thread::sleep_for(std::chrono::milliseconds(600));
+        return std::exchange(firstPage, rowLine()) == now;
+    }));
+    session.screenshot("desktop-widgets-page-1-1x");
+
+    clickPagesTile();
+    EXPECT_TRUE(test::eventually([&] { return rowLine() != firstPage; }, 10)) << "a click on the pages tile did not step";
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    session.screenshot("desktop-widgets-page-2-1x");
+    // Stepping on comes round to the first page again.
+    bool back = false;
+    for (int step = 0; step < 6 && !back; ++step) {
+        auto before = rowLine();
+        clickPagesTile();
+        EXPECT_TRUE(test::eventually([&] { return rowLine() != before; }, 10)) << "step " << step << " did not step";
+        std::this_thread::sleep_for(std::chrono::milliseconds(400));
+        back = rowLine() == firstPage;
+    }
+    EXPECT_TRUE(back) << "the pages never came round to the first";
+    session.move(100, 100);
+    dock->signal(SIGTERM);
+    dock->wait();
+
+    // With the stack instead, the tile opens the list of the widgets behind it, above the dock.
+    giveDeveloperWidgets(home, "stack");
+    dock = startDock(home.environment(session));
+    window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    test::XRect bar = settledBar(session, *window);
+    int controlX = widgetControlX(bar);
+    int above = bar.y - 60;
+    uint32_t desktop = session.pixel(controlX, above);
+    session.click(controlX, bar.y + bar.height / 2);
+    EXPECT_TRUE(test::eventually([&] { return session.pixel(controlX, above) != desktop; }, 10)) << "no list above the stack tile";
+    session.screenshot("desktop-widgets-stack-list-1x");
+    session.key("Escape");
+    EXPECT_TRUE(test::eventually([&] { return session.pixel(controlX, above) == desktop; }, 10)) << "Escape left the list open";
+}
+
 TEST(DockDesktopDragging, ATileDraggedAlongTheRowMovesAndOneDraggedOffLeaves)
 {
     XSession session(XSession::WindowManager::openbox);
@@ -822,6 +934,73 @@ void dropTaken(XSession& session, const Environment& environment, const std::vec
             return;
     }
     ADD_FAILURE() << "five drops at " << x << "," << y << " and none landed";
+}
+
+// The kinds of the widgets in the dock, in their order, as the preferences keep them.
+std::vector<std::string> storedWidgetKinds(const DockHome& home)
+{
+    std::vector<std::string> kinds;
+    auto preferences = nlohmann::json::parse(home.preferencesText(), nullptr, false);
+    if (!preferences.is_object() || !preferences.contains("widgets"))
+        return kinds;
+    auto bytes = QByteArray::fromBase64(QByteArray::fromStdString(preferences["widgets"]["$data"].get<std::string>()));
+    auto row = nlohmann::json::parse(bytes.toStdString(), nullptr, false);
+    for (const auto& widget : row.is_array() ? row : nlohmann::json::array())
+        kinds.push_back(widget.value("kind", ""));
+    return kinds;
+}
+
+TEST(DockDesktopDragging, AWidgetCarriedOutOfTheStackListLandsOnTheRow)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    giveDeveloperWidgets(home, "stack");
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window);
+    test::XRect bar = settledBar(session, *window);
+    int stackX = widgetControlX(bar);
+    int row = bar.y + bar.height / 2;
+    auto before = storedWidgetKinds(home);
+    ASSERT_EQ(before.size(), 9U);
+
+    // The list opens above the stack tile; its first line is the first widget behind the stack.
+    auto openList = [&] {
+        session.click(stackX, row);
+        int listTop = 0;
+        bool open = test::eventually([&] {
+            // Up from the bar through the list's white to where it starts.
+            int y = bar.y - 12;
+            if (session.pixel(stackX, y) != 0xFFFFFF)
+                return false;
+            while (y > 0 && session.pixel(stackX, y - 1) == 0xFFFFFF)
+                --y;
+            listTop = y;
+            return true;
+        }, 10);
+        return open ? std::optional(listTop) : std::nullopt;
+    };
+    std::string carried = before[3];
+    auto landed = [&] {
+        auto kinds = storedWidgetKinds(home);
+        return kinds.size() == 9 && kinds[2] == carried;
+    };
+    // Onto the widget tile just before the stack tile: it takes that place. A sanitized build
+    // answers the drag slowly, so a lost drag is made again, slower.
+    for (int patience = 1; patience <= 4 && !landed(); ++patience) {
+        auto listTop = openList();
+        ASSERT_TRUE(listTop) << "no list above the stack tile";
+        session.drag(stackX, *listTop + 8, stackX - 120, row, true, patience * 2);
+        (void)test::eventually(landed, 5);
+        session.key("Escape");
+    }
+    EXPECT_TRUE(landed()) << home.preferencesText();
+    std::this_thread::sleep_for(std::chrono::milliseconds(400));
+    session.move(100, 100);
+    session.screenshot("desktop-widgets-carried-out-of-the-stack-1x");
 }
 
 TEST(DockDesktopDragging, EntriesFoldersAndFilesDroppedFromAnotherProgramLandWhereTheyShould)
