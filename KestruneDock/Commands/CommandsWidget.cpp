@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include <QCheckBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -151,16 +152,25 @@ QWidget* CommandsWidget::makeCard()
     auto* folder = new QLineEdit;
     folder->setAccessibleName(QStringLiteral("Folder"));
     folder->setPlaceholderText(QStringLiteral("~/src/project"));
-    auto* add = new QPushButton(QStringLiteral("Save Command"));
+    auto* asks = new QCheckBox(QStringLiteral("Ask before running"));
+    auto* add = new QPushButton(QStringLiteral("Add Command"));
+    auto* change = new QPushButton(QStringLiteral("Save Changes"));
+    auto* remove = new QPushButton(QStringLiteral("Delete"));
     auto* form = new QFormLayout;
     form->addRow(QStringLiteral("Name"), name);
     form->addRow(QStringLiteral("Command"), text);
     form->addRow(QStringLiteral("Folder"), folder);
+    form->addRow(QString(), asks);
+    auto* editing = new QHBoxLayout;
+    editing->addWidget(remove);
+    editing->addStretch();
+    editing->addWidget(change);
+    editing->addWidget(add);
     layout->addWidget(list, 1);
     layout->addLayout(buttons);
     layout->addWidget(output);
     layout->addLayout(form);
-    layout->addWidget(add, 0, Qt::AlignRight);
+    layout->addLayout(editing);
 
     auto chosen = [list, commands]() -> std::optional<ShellCommand> {
         int row = list->currentRow();
@@ -168,7 +178,13 @@ QWidget* CommandsWidget::makeCard()
             return std::nullopt;
         return (*commands)[static_cast<size_t>(row)];
     };
-    auto show = [&monitors, list, output, run, stop, commands] {
+    // Running a command that asks first, and deleting one, take a second press on the same
+    // button, which says what it will do; choosing another command takes the question back.
+    auto disarm = [run, remove] {
+        run->setText(QStringLiteral("Run"));
+        remove->setText(QStringLiteral("Delete"));
+    };
+    auto show = [&monitors, list, output, run, stop, change, remove, commands] {
         int row = list->currentRow();
         QSignalBlocker quiet(list);
         list->clear();
@@ -186,18 +202,39 @@ QWidget* CommandsWidget::makeCard()
         bool running = command && monitors.commands().isRunning(command->id);
         run->setEnabled(command && !running);
         stop->setEnabled(running);
+        change->setEnabled(command != nullptr);
+        remove->setEnabled(command != nullptr);
         auto found = command ? monitors.commandResults().find(command->id) : monitors.commandResults().end();
         output->setPlainText(found != monitors.commandResults().end() ? QString::fromStdString(found->second.output) : QString());
     };
+    // The chosen command in the form, to change it or to save a copy under another name.
+    auto fillForm = [chosen, name, text, folder, asks] {
+        auto command = chosen();
+        name->setText(command ? QString::fromStdString(command->name) : QString());
+        text->setText(command ? QString::fromStdString(command->command) : QString());
+        folder->setText(command ? QString::fromStdString(command->folder) : QString());
+        asks->setChecked(command && command->asksFirst);
+    };
     show();
-    QObject::connect(list, &QListWidget::currentRowChanged, card, [show] { show(); });
+    fillForm();
+    QObject::connect(list, &QListWidget::currentRowChanged, card, [show, fillForm, disarm] {
+        disarm();
+        show();
+        fillForm();
+    });
     uint64_t watch = monitors.addObserver(WidgetMonitors::Source::commands, show);
     QObject::connect(card, &QObject::destroyed, [&monitors, watch] { monitors.removeObserver(WidgetMonitors::Source::commands, watch); });
-    QObject::connect(run, &QPushButton::clicked, card, [&monitors, chosen] {
-        if (auto command = chosen()) {
-            command->runsInTerminal = false;
-            monitors.commands().run(*command);
+    QObject::connect(run, &QPushButton::clicked, card, [&monitors, chosen, run, disarm] {
+        auto command = chosen();
+        if (!command)
+            return;
+        if (command->asksFirst && run->text() == QStringLiteral("Run")) {
+            run->setText(QStringLiteral("Run “%1”?").arg(QString::fromStdString(command->name)));
+            return;
         }
+        disarm();
+        command->runsInTerminal = false;
+        monitors.commands().run(*command);
     });
     QObject::connect(stop, &QPushButton::clicked, card, [&monitors, chosen] {
         if (auto command = chosen())
@@ -210,18 +247,50 @@ QWidget* CommandsWidget::makeCard()
         }
     });
     auto saving = setOption;
-    QObject::connect(add, &QPushButton::clicked, card, [commands, name, text, folder, saving, show] {
-        if (text->text().trimmed().isEmpty() || !saving)
-            return;
-        ShellCommand command;
+    // What the form says, over `command`'s other fields; none when it names nothing to run.
+    auto fromForm = [name, text, folder, asks](ShellCommand command) -> std::optional<ShellCommand> {
+        if (text->text().trimmed().isEmpty())
+            return std::nullopt;
         command.name = name->text().trimmed().isEmpty() ? text->text().trimmed().toStdString() : name->text().trimmed().toStdString();
         command.command = text->text().toStdString();
         command.folder = folder->text().trimmed().toStdString();
-        commands->push_back(command);
+        command.asksFirst = asks->isChecked();
+        return command;
+    };
+    QObject::connect(add, &QPushButton::clicked, card, [commands, list, fromForm, saving, show] {
+        auto command = fromForm(ShellCommand {});
+        if (!command || !saving)
+            return;
+        commands->push_back(*command);
         saving(std::string(commandsOption), encode(*commands));
-        name->clear();
-        text->clear();
         show();
+        // The new command is the chosen one.
+        list->setCurrentRow(static_cast<int>(commands->size()) - 1);
+    });
+    QObject::connect(change, &QPushButton::clicked, card, [commands, list, fromForm, saving, show] {
+        int row = list->currentRow();
+        if (row < 0 || row >= static_cast<int>(commands->size()) || !saving)
+            return;
+        auto command = fromForm((*commands)[static_cast<size_t>(row)]);
+        if (!command)
+            return;
+        (*commands)[static_cast<size_t>(row)] = *command;
+        saving(std::string(commandsOption), encode(*commands));
+        show();
+    });
+    QObject::connect(remove, &QPushButton::clicked, card, [commands, list, remove, saving, show, fillForm, disarm] {
+        int row = list->currentRow();
+        if (row < 0 || row >= static_cast<int>(commands->size()) || !saving)
+            return;
+        if (remove->text() == QStringLiteral("Delete")) {
+            remove->setText(QStringLiteral("Delete “%1”?").arg(QString::fromStdString((*commands)[static_cast<size_t>(row)].name)));
+            return;
+        }
+        disarm();
+        commands->erase(commands->begin() + row);
+        saving(std::string(commandsOption), encode(*commands));
+        show();
+        fillForm();
     });
     return card;
 }

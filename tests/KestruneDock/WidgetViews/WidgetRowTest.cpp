@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include <QAccessible>
+#include <QCheckBox>
 #include <QImage>
 #include <QLabel>
 #include <QLineEdit>
@@ -32,6 +33,7 @@
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/Core/ManualRuntime.h"
 #include "KestruneKit/Core/UniqueFd.h"
+#include "KestruneKit/DevTools/ShellCommandRunner.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
@@ -434,7 +436,7 @@ TEST_F(WidgetRowAlone, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
     field("Name")->setText(QStringLiteral("greet"));
     field("Command")->setText(QStringLiteral("echo hello from $PWD"));
     field("Folder")->setText(QString::fromStdString(folder.path()));
-    button("Save Command")->click();
+    button("Add Command")->click();
     auto saved = CommandsWidget::commandsIn(*widgets.instance(id));
     ASSERT_EQ(saved.size(), 1U) << "the command was not kept in the widget's options";
     EXPECT_EQ(saved[0].command, "echo hello from $PWD");
@@ -449,6 +451,30 @@ TEST_F(WidgetRowAlone, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
         << output->toPlainText().toStdString();
     EXPECT_TRUE(output->toPlainText().contains(QString::fromStdString(folder.path())));
     EXPECT_EQ(row.tile(id)->accessibleText().rfind("Commands: greet: Done in ", 0), 0U) << row.tile(id)->accessibleText();
+
+    // Chosen, it is in the form to change; saved, it keeps its identity and its last run.
+    EXPECT_EQ(field("Command")->text(), QStringLiteral("echo hello from $PWD"));
+    field("Command")->setText(QStringLiteral("echo changed"));
+    named<QCheckBox>(*card, "Ask before running")->setChecked(true);
+    button("Save Changes")->click();
+    saved = CommandsWidget::commandsIn(*widgets.instance(id));
+    ASSERT_EQ(saved.size(), 1U);
+    EXPECT_EQ(saved[0].command, "echo changed");
+    EXPECT_TRUE(saved[0].asksFirst);
+    EXPECT_TRUE(monitors.commandResults().contains(saved[0].id)) << "the change lost the command's identity";
+
+    // One that asks first runs on the second press only; Delete, likewise.
+    button("Run")->click();
+    EXPECT_FALSE(monitors.commands().isRunning(saved[0].id));
+    ASSERT_TRUE(button("Run “greet”?"));
+    button("Run “greet”?")->click();
+    EXPECT_TRUE(test::spinUntil([&] { return output->toPlainText().contains(QStringLiteral("changed")); }, 10000));
+    saveCard(*card, "card-commands");
+    button("Delete")->click();
+    EXPECT_EQ(CommandsWidget::commandsIn(*widgets.instance(id)).size(), 1U) << "deleted without asking";
+    button("Delete “greet”?")->click();
+    EXPECT_TRUE(CommandsWidget::commandsIn(*widgets.instance(id)).empty());
+    EXPECT_EQ(list->count(), 0);
 }
 
 TEST(WidgetTiles, TheTimestampCardReadsSecondsMillisecondsAndDatesBothWays)
