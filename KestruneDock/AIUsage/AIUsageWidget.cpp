@@ -27,7 +27,7 @@ QColor levelColour(std::optional<AIUsageLevel> level)
 
 } // namespace
 
-AIUsageWidget::AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors) : WidgetTile(std::move(instance)), monitors_(monitors)
+AIUsageWidget::AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors) : LinesTile(std::move(instance), 4), monitors_(monitors)
 {
     watch_ = monitors_.addObserver(WidgetMonitors::Source::aiUsage, [this] { tellChanged(); });
 }
@@ -89,19 +89,6 @@ AIUsageWidget::Face AIUsageWidget::face() const
     return faceFor(monitors_.aiUsage()->snapshot(), monitors_.runtime().now());
 }
 
-double AIUsageWidget::length(double iconSize) const
-{
-    Face shown = face();
-    return std::clamp(widgetface::linesLength(iconSize, shown.caption, shown.value, true), iconSize * 2, iconSize * 4);
-}
-
-void AIUsageWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
-{
-    Face shown = face();
-    widgetface::paintPlate(painter, tile, context);
-    widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
-}
-
 QWidget* AIUsageWidget::makeCard()
 {
     WidgetMonitors& monitors = monitors_;
@@ -145,10 +132,10 @@ QWidget* AIUsageWidget::makeCard()
     return card;
 }
 
-std::string AIUsageWidget::accessibleText() const
+WidgetLines AIUsageWidget::lines() const
 {
     Face shown = face();
-    return (shown.caption + QStringLiteral(": ") + shown.value).toStdString();
+    return { shown.caption, shown.value, shown.state };
 }
 
 } // namespace kestrune

@@ -19,14 +19,12 @@
 
 namespace kestrune {
 
-class AIUsageWidget final : public WidgetTile {
+class AIUsageWidget final : public LinesTile {
 public:
     AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors);
     ~AIUsageWidget() override;
 
-    double length(double iconSize) const override;
-    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
-    std::string accessibleText() const override;
+    WidgetLines lines() const override;
     // Every tool found: its limits with their reset times, and its tokens of the last five hours
     // and of the week.
     QWidget* makeCard() override;

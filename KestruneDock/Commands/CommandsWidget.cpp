@@ -43,7 +43,7 @@ QString outcomeText(const ShellCommandResult& result)
 
 } // namespace
 
-CommandsWidget::CommandsWidget(WidgetInstance instance, WidgetMonitors& monitors) : WidgetTile(std::move(instance)), monitors_(monitors)
+CommandsWidget::CommandsWidget(WidgetInstance instance, WidgetMonitors& monitors) : LinesTile(std::move(instance), 4), monitors_(monitors)
 {
     watch_ = monitors_.addObserver(WidgetMonitors::Source::commands, [this] { tellChanged(); });
 }
@@ -103,22 +103,10 @@ CommandsWidget::Face CommandsWidget::face() const
              stateColour::unknown() };
 }
 
-double CommandsWidget::length(double iconSize) const
+WidgetLines CommandsWidget::lines() const
 {
     Face shown = face();
-    return std::clamp(widgetface::linesLength(iconSize, caption, shown.value, true), iconSize * 2, iconSize * 4);
-}
-
-void CommandsWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
-{
-    Face shown = face();
-    widgetface::paintPlate(painter, tile, context);
-    widgetface::paintLines(painter, tile, caption, shown.value, shown.state);
-}
-
-std::string CommandsWidget::accessibleText() const
-{
-    return (caption + QStringLiteral(": ") + face().value).toStdString();
+    return { caption, shown.value, shown.state };
 }
 
 QWidget* CommandsWidget::makeCard()

@@ -22,16 +22,14 @@
 
 namespace kestrune {
 
-class CommandsWidget final : public WidgetTile {
+class CommandsWidget final : public LinesTile {
 public:
     static constexpr std::string_view commandsOption = "commands";
 
     CommandsWidget(WidgetInstance instance, WidgetMonitors& monitors);
     ~CommandsWidget() override;
 
-    double length(double iconSize) const override;
-    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
-    std::string accessibleText() const override;
+    WidgetLines lines() const override;
     QWidget* makeCard() override;
 
     // The saved commands of an option; entries that do not read are left out.

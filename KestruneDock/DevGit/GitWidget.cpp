@@ -25,7 +25,7 @@ QString text(std::string_view words) { return QString::fromUtf8(words.data(), st
 
 } // namespace
 
-GitWidget::GitWidget(WidgetInstance instance, WidgetMonitors& monitors) : WidgetTile(std::move(instance)), monitors_(monitors)
+GitWidget::GitWidget(WidgetInstance instance, WidgetMonitors& monitors) : LinesTile(std::move(instance), 4), monitors_(monitors)
 {
     monitors_.setGitFolder(instance_.id, folder());
     watch_ = monitors_.addRepositoriesObserver([this](const std::string& changed) {
@@ -53,7 +53,7 @@ std::optional<std::string> GitWidget::folder() const
 void GitWidget::setInstance(WidgetInstance instance)
 {
     auto before = folder();
-    WidgetTile::setInstance(std::move(instance));
+    LinesTile::setInstance(std::move(instance));
     if (folder() == before)
         return;
     monitors_.setGitFolder(instance_.id, folder());
@@ -113,21 +113,6 @@ GitWidget::Face GitWidget::face() const
             state = &found->second;
     }
     return faceFor(chosen, state);
-}
-
-double GitWidget::length(double iconSize) const
-{
-    Face shown = face();
-    // Long enough for most of what it says; a longer text is cut short with an ellipsis.
-    double wanted = widgetface::linesLength(iconSize, shown.caption, shown.value, true);
-    return std::clamp(wanted, iconSize * 2, iconSize * 4);
-}
-
-void GitWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
-{
-    Face shown = face();
-    widgetface::paintPlate(painter, tile, context);
-    widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
 }
 
 QWidget* GitWidget::makeCard()
@@ -217,10 +202,10 @@ void GitWidget::addActions(ListCard& card, WidgetMonitors& monitors, const std::
     card.buttons->addWidget(now);
 }
 
-std::string GitWidget::accessibleText() const
+WidgetLines GitWidget::lines() const
 {
     Face shown = face();
-    return (shown.caption + QStringLiteral(": ") + shown.value).toStdString();
+    return { shown.caption, shown.value, shown.state };
 }
 
 } // namespace kestrune

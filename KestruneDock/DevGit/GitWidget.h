@@ -24,7 +24,7 @@ namespace kestrune {
 class ListCard;
 struct RepositoryState;
 
-class GitWidget final : public WidgetTile {
+class GitWidget final : public LinesTile {
 public:
     static constexpr std::string_view folderOption = "folder";
 
@@ -32,9 +32,7 @@ public:
     ~GitWidget() override;
 
     void setInstance(WidgetInstance instance) override;
-    double length(double iconSize) const override;
-    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
-    std::string accessibleText() const override;
+    WidgetLines lines() const override;
     // The branch, its upstream and how far apart they are, and the changed files; a commit of
     // everything with a message, pull, push and "Read Now", with what git said.
     QWidget* makeCard() override;

@@ -33,7 +33,7 @@ std::vector<std::string> addressesOf(const WidgetInstance& instance)
 } // namespace
 
 SummaryTile::SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source)
-    : WidgetTile(std::move(instance)), monitors_(monitors), source_(source)
+    : LinesTile(std::move(instance), 4.5), monitors_(monitors), source_(source)
 {
     watch_ = monitors_.addObserver(source_, [this] { tellChanged(); });
     if (source_ == WidgetMonitors::Source::endpoints)
@@ -51,7 +51,7 @@ SummaryTile::~SummaryTile()
 
 void SummaryTile::setInstance(WidgetInstance instance)
 {
-    WidgetTile::setInstance(std::move(instance));
+    LinesTile::setInstance(std::move(instance));
     if (source_ == WidgetMonitors::Source::endpoints)
         monitors_.setEndpointAddresses(instance_.id, addressesOf(instance_));
 }
@@ -321,22 +321,10 @@ SummaryTile::Face SummaryTile::face() const
     return { value, state.phase == ContainersState::Phase::running ? stateColour::good() : stateColour::unknown() };
 }
 
-double SummaryTile::length(double iconSize) const
+WidgetLines SummaryTile::lines() const
 {
     Face shown = face();
-    return std::clamp(widgetface::linesLength(iconSize, caption(), shown.value, true), iconSize * 2, iconSize * 4.5);
-}
-
-void SummaryTile::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
-{
-    Face shown = face();
-    widgetface::paintPlate(painter, tile, context);
-    widgetface::paintLines(painter, tile, caption(), shown.value, shown.state);
-}
-
-std::string SummaryTile::accessibleText() const
-{
-    return (caption() + QStringLiteral(": ") + face().value).toStdString();
+    return { caption(), shown.value, shown.state };
 }
 
 } // namespace kestrune

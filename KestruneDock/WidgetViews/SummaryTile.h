@@ -23,7 +23,7 @@ class DevPoller;
 
 struct DevServer;
 
-class SummaryTile final : public WidgetTile {
+class SummaryTile final : public LinesTile {
 public:
     // Dev Servers: the ports left out, separated by spaces or commas.
     static constexpr std::string_view ignoredPortsOption = "ignoredPorts";
@@ -33,9 +33,7 @@ public:
     SummaryTile(WidgetInstance instance, WidgetMonitors& monitors, WidgetMonitors::Source source);
     ~SummaryTile() override;
 
-    double length(double iconSize) const override;
-    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
-    std::string accessibleText() const override;
+    WidgetLines lines() const override;
     void setInstance(WidgetInstance instance) override;
     // Dev Servers: the servers, a double-click opening one in the browser. GitHub: the pull
     // requests, likewise. Containers: the containers with Start, Stop and Restart.

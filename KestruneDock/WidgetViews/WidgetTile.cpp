@@ -150,6 +150,25 @@ private:
 
 } // namespace
 
+double LinesTile::length(double iconSize) const
+{
+    WidgetLines shown = lines();
+    return std::clamp(widgetface::linesLength(iconSize, shown.caption, shown.value, shown.state.has_value()), iconSize * 2, iconSize * longest_);
+}
+
+void LinesTile::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
+{
+    WidgetLines shown = lines();
+    widgetface::paintPlate(painter, tile, context);
+    widgetface::paintLines(painter, tile, shown.caption, shown.value, shown.state);
+}
+
+std::string LinesTile::accessibleText() const
+{
+    WidgetLines shown = lines();
+    return (shown.caption + QStringLiteral(": ") + shown.value).toStdString();
+}
+
 std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, WidgetMonitors& monitors)
 {
     switch (instance.kind) {

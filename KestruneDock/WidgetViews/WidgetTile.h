@@ -79,6 +79,30 @@ protected:
     bool shown_ = false;
 };
 
+// What a two-line tile says: a small caption, the value under it, and a dot of the state's colour
+// before the caption, when it has one.
+struct WidgetLines {
+    QString caption;
+    QString value;
+    std::optional<QColor> state;
+};
+
+// A tile whose face is its two lines on the plate: as long as they need between two icons and
+// `longest` icons (a longer text ends in an ellipsis), and read out as "caption: value".
+class LinesTile : public WidgetTile {
+public:
+    LinesTile(WidgetInstance instance, double longest) : WidgetTile(std::move(instance)), longest_(longest) {}
+
+    [[nodiscard]] virtual WidgetLines lines() const = 0;
+
+    double length(double iconSize) const override;
+    void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
+    std::string accessibleText() const override;
+
+private:
+    double longest_;
+};
+
 // The colours of a dot: all is well, something waits for the user, something is wrong, not known.
 namespace stateColour {
 [[nodiscard]] QColor good();
