@@ -4,8 +4,11 @@
 
 #include <QLabel>
 #include <QListWidget>
+#include <QPushButton>
+#include <QVBoxLayout>
 
 #include "KestruneDock/WidgetViews/WidgetCard.h"
+#include "KestruneKit/AIUsage/AIUsageStatusLine.h"
 
 namespace kestrune {
 
@@ -129,7 +132,48 @@ QWidget* AIUsageWidget::makeCard()
             monitors.removeObserver(WidgetMonitors::Source::aiUsage, *watch);
         });
     *watch = monitors.addObserver(WidgetMonitors::Source::aiUsage, [card] { card->refresh(); });
+    if (monitors.claudeBridge())
+        addStatusLineControls(*card, monitors);
     return card;
+}
+
+void AIUsageWidget::addStatusLineControls(ListCard& card, WidgetMonitors& monitors)
+{
+    auto bridge = std::make_shared<ClaudeBridge>(*monitors.claudeBridge());
+    auto* note = new QLabel;
+    note->setWordWrap(true);
+    note->setAccessibleName(QStringLiteral("Claude Code’s status line"));
+    auto* connect = new QPushButton;
+    static_cast<QVBoxLayout*>(card.layout())->insertWidget(card.layout()->count() - 1, note);
+    card.buttons->addWidget(connect);
+    // Connecting edits Claude Code's settings: the first press says what it will do, the second
+    // does it.
+    auto asking = std::make_shared<bool>(false);
+    auto show = [bridge, note, connect, asking] {
+        bool connected = bridge->isConnected();
+        connect->setText(text(connected ? ClaudeBridgeWords::disconnectItem : *asking ? std::string_view("Connect") : ClaudeBridgeWords::connectItem));
+        note->setText(*asking ? text(ClaudeBridgeWords::dialogTitle) + QStringLiteral("\n") + text(ClaudeBridgeWords::dialogMessage)
+                      : connected ? QStringLiteral("Claude Code’s status line shares your plan’s limits with the dock.")
+                                  : text(ClaudeBridgeWords::terminalNote));
+    };
+    show();
+    QObject::connect(connect, &QPushButton::clicked, &card, [&monitors, bridge, note, asking, show] {
+        std::optional<ClaudeBridge::Failure> failure;
+        if (bridge->isConnected()) {
+            failure = bridge->disconnect();
+        } else if (!std::exchange(*asking, true)) {
+            show();
+            return;
+        } else {
+            *asking = false;
+            failure = bridge->connect();
+        }
+        show();
+        if (failure)
+            note->setText(text(ClaudeBridge::text(*failure)));
+        if (monitors.aiUsage())
+            monitors.aiUsage()->noteLimitsChange();
+    });
 }
 
 WidgetLines AIUsageWidget::lines() const

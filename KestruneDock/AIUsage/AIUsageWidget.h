@@ -19,6 +19,8 @@
 
 namespace kestrune {
 
+class ListCard;
+
 class AIUsageWidget final : public LinesTile {
 public:
     AIUsageWidget(WidgetInstance instance, WidgetMonitors& monitors);
@@ -39,6 +41,8 @@ public:
 private:
     void shownChanged() override;
     [[nodiscard]] Face face() const;
+    // Claude Code's status-line connection: what it is, and Connect or Disconnect.
+    static void addStatusLineControls(ListCard& card, WidgetMonitors& monitors);
 
     WidgetMonitors& monitors_;
     uint64_t watch_ = 0;

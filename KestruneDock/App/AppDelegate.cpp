@@ -10,6 +10,7 @@
 #include <QGuiApplication>
 #include <QLabel>
 #include <QMessageBox>
+#include <QStandardPaths>
 #include <QVBoxLayout>
 #include <QWidget>
 
@@ -46,6 +47,18 @@
 namespace kestrune {
 
 namespace {
+
+// The kestrune command, which Claude Code's status-line script asks to read its input: beside
+// this program (installed, or in the build tree), else on the PATH.
+std::optional<std::string> kestruneCommand()
+{
+    QString here = QCoreApplication::applicationDirPath();
+    for (const QString& candidate : { here + QStringLiteral("/kestrune"), here + QStringLiteral("/../tools/kestrune/kestrune"),
+                                      QStandardPaths::findExecutable(QStringLiteral("kestrune")) })
+        if (!candidate.isEmpty() && ::access(candidate.toLocal8Bit().constData(), X_OK) == 0)
+            return std::filesystem::weakly_canonical(candidate.toStdString()).string();
+    return std::nullopt;
+}
 
 // A relaunch marked this recently is the updater's, not the login's.
 constexpr double relaunchWindowSeconds = 60;
@@ -171,6 +184,8 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     widgetPaging_ = std::make_unique<WidgetPaging>(*widgetStore_, *preferences_);
     widgetMonitors_ = std::make_unique<WidgetMonitors>(*runtime_);
     widgetMonitors_->setAIUsage(aiUsage_.get());
+    if (auto command = kestruneCommand())
+        widgetMonitors_->setClaudeBridge(ClaudeBridge::Place::standard(environment, home, *command));
     widgetRow_ = std::make_unique<WidgetRow>(*widgetStore_, *widgetPaging_, *widgetMonitors_);
     dockController_->setWidgetRow(widgetRow_.get());
     if (windowWatch_) {

@@ -22,6 +22,7 @@
 
 #include "KestruneKit/Core/ObserverList.h"
 #include "KestruneKit/Core/Runtime.h"
+#include "KestruneKit/AIUsage/AIUsageStatusLine.h"
 #include "KestruneKit/Core/Uuid.h"
 
 namespace kestrune {
@@ -67,6 +68,10 @@ public:
     // leaves the AI Usage tile with nothing to show.
     void setAIUsage(AIUsageEngine* engine);
     [[nodiscard]] AIUsageEngine* aiUsage() const { return aiUsage_; }
+    // Where Claude Code's status-line connection lives, for the AI Usage card's Connect and
+    // Disconnect; none when the dock cannot make one (no kestrune command to read the line).
+    void setClaudeBridge(std::optional<ClaudeBridge::Place> place) { claudeBridge_ = std::move(place); }
+    [[nodiscard]] const std::optional<ClaudeBridge::Place>& claudeBridge() const { return claudeBridge_; }
     // The runner of the user's saved commands, and each command's last result (kept while the
     // dock runs); its observers hear of every start, stop and end.
     [[nodiscard]] ShellCommandRunner& commands();
@@ -93,6 +98,7 @@ private:
     std::unique_ptr<SimulatorsMonitor> simulators_;
     ObserverList<> simulatorsChanged_;
     AIUsageEngine* aiUsage_ = nullptr;
+    std::optional<ClaudeBridge::Place> claudeBridge_;
     std::unique_ptr<ShellCommandRunner> commands_;
     std::unique_ptr<std::map<Uuid, ShellCommandResult>> commandResults_;
     ObserverList<> commandsChanged_;

@@ -30,6 +30,7 @@
 #include "KestruneDock/WidgetViews/WidgetCard.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "KestruneDock/WidgetViews/WidgetRow.h"
+#include "KestruneKit/AIUsage/AIUsageStatusLine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/Core/ManualRuntime.h"
 #include "KestruneKit/Core/UniqueFd.h"
@@ -610,6 +611,26 @@ TEST(WidgetTiles, TheAIUsageTileShowsTheTightestLimitAndWantsTheEngineOnlyWhileS
     EXPECT_NE(face.value.toStdString().find("93"), std::string::npos) << face.value.toStdString();
     EXPECT_GT(face.state.red(), 200);
     EXPECT_EQ(AIUsageWidget::faceFor(AIUsageSnapshot { {}, false, true, false, {} }, runtime.now()).value.toStdString(), "No AI tools found");
+
+    // The card connects Claude Code's status line on a second press, and disconnects it; the
+    // settings it edits keep what the user had.
+    home.write(".claude/settings.json", "{\n  \"theme\": \"dark\"\n}\n");
+    monitors.setClaudeBridge(ClaudeBridge::Place { home.path(), home.file("support"), "/bin/true" });
+    std::unique_ptr<QWidget> card(tile.makeCard());
+    auto* connect = named<QPushButton>(*card, "Connect Claude Code…");
+    ASSERT_TRUE(connect);
+    connect->click();
+    EXPECT_EQ(connect->text(), QStringLiteral("Connect"));
+    EXPECT_EQ(test::readFile(home.file(".claude/settings.json")).find("statusLine"), std::string::npos) << "connected on the first press";
+    EXPECT_TRUE(named<QLabel>(*card, "Claude Code’s status line")->text().startsWith(QStringLiteral("Connect Claude Code?")));
+    connect->click();
+    std::string settings = test::readFile(home.file(".claude/settings.json"));
+    EXPECT_NE(settings.find("statusLine"), std::string::npos) << settings;
+    EXPECT_NE(settings.find("\"theme\": \"dark\""), std::string::npos) << settings;
+    EXPECT_EQ(connect->text(), QStringLiteral("Disconnect Claude Code"));
+    saveCard(*card, "card-ai-usage");
+    connect->click();
+    EXPECT_EQ(test::readFile(home.file(".claude/settings.json")).find("statusLine"), std::string::npos);
 }
 
 TEST(WidgetTiles, TheGitFaceNamesTheFolderTheStandingAndWhatWentWrong)
