@@ -4,7 +4,9 @@
 
 #include <set>
 
+#include <QClipboard>
 #include <QDesktopServices>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QListWidget>
@@ -75,6 +77,13 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
 
 QString words(std::string_view text) { return QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())); }
 
+// Whether to say "install it with Homebrew": looked at once.
+bool machineHasHomebrew()
+{
+    static const bool has = hasHomebrew();
+    return has;
+}
+
 void addLink(QListWidget& list, const QString& label, const QString& address)
 {
     auto* item = new QListWidgetItem(label);
@@ -123,7 +132,11 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     }
     case WidgetMonitors::Source::pullRequests: {
         const PullRequestsState& state = monitors.pullRequests().state();
-        card.status->setText(QString::fromStdString(pullRequestsText::summary(state, false)));
+        QString said = QString::fromStdString(pullRequestsText::summary(state, machineHasHomebrew()));
+        // What to do about a failure, under it.
+        if (state.phase == PullRequestsState::Phase::failed && state.failure && state.failure != GitHubFailure::offline)
+            said += QStringLiteral("\n") + words(pullRequestsText::failureHint(*state.failure));
+        card.status->setText(said);
         if (!state.report)
             break;
         auto list = [&](const PullRequestList& requests, const QString& heading) {
@@ -241,6 +254,19 @@ QWidget* SummaryTile::makeCard()
     } else if (source == WidgetMonitors::Source::simulators) {
         addSimulatorButtons(*card, monitors);
     } else {
+        if (source == WidgetMonitors::Source::pullRequests) {
+            // Signing in happens in a terminal: the command, ready to paste.
+            auto* copy = new QPushButton(words(pullRequestsText::copySignIn));
+            QObject::connect(copy, &QPushButton::clicked, card, [] { QGuiApplication::clipboard()->setText(QStringLiteral("gh auth login")); });
+            auto showCopy = [copy, &monitors] {
+                const PullRequestsState& state = monitors.pullRequests().state();
+                copy->setVisible(state.phase == PullRequestsState::Phase::noClient || state.failure == GitHubFailure::signedOut);
+            };
+            showCopy();
+            uint64_t copyWatch = monitors.addObserver(source, showCopy);
+            QObject::connect(copy, &QObject::destroyed, [&monitors, source, copyWatch] { monitors.removeObserver(source, copyWatch); });
+            card->buttons->addWidget(copy);
+        }
         card->activated = [](QListWidgetItem& item) {
             QString address = item.data(Qt::UserRole).toString();
             if (!address.isEmpty())
@@ -278,7 +304,7 @@ SummaryTile::Face SummaryTile::face() const
 {
     if (source_ == WidgetMonitors::Source::pullRequests) {
         const PullRequestsState& state = monitors_.pullRequests().state();
-        QString value = QString::fromStdString(pullRequestsText::summary(state, false));
+        QString value = QString::fromStdString(pullRequestsText::summary(state, machineHasHomebrew()));
         switch (state.phase) {
         case PullRequestsState::Phase::looking:
         case PullRequestsState::Phase::noClient:

@@ -515,6 +515,17 @@ TEST_F(WidgetRowAlone, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileS
     EXPECT_TRUE(test::spinUntil([&] { return redrawn[ids[0]] > 0 && redrawn[ids[1]] > 0; }, 20000));
     EXPECT_EQ(row.tile(ids[1])->accessibleText(), "Containers: " + containersText::summary(monitors.containers().state()));
     EXPECT_NE(monitors.containers().state().phase, ContainersState::Phase::looking);
+    // Without gh, or signed out, the card says what to do and offers the command to paste.
+    {
+        std::unique_ptr<QWidget> card(row.tile(ids[0])->makeCard());
+        const PullRequestsState& state = monitors.pullRequests().state();
+        bool toSignIn = state.phase == PullRequestsState::Phase::noClient || state.failure == GitHubFailure::signedOut;
+        auto* copy = named<QPushButton>(*card, "Copy “gh auth login”");
+        ASSERT_TRUE(copy);
+        EXPECT_EQ(copy->isVisibleTo(card.get()), toSignIn);
+        if (state.phase == PullRequestsState::Phase::noClient)
+            EXPECT_TRUE(card->findChild<QLabel*>()->text().contains(QStringLiteral("gh auth login"))) << card->findChild<QLabel*>()->text().toStdString();
+    }
     auto listed = [&] {
         const auto& servers = monitors.devServers().servers();
         return servers && std::any_of(servers->begin(), servers->end(), [&](const DevServer& one) { return std::to_string(one.port) == port; });
