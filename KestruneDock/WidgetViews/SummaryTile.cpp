@@ -102,6 +102,26 @@ void addHeading(QListWidget& list, const QString& label)
     list.addItem(item);
 }
 
+// The Containers card's heading: where the engine stands and what to do about it, or the
+// summary and the engine's name.
+QString containersCardText(const ContainersState& state)
+{
+    using Phase = ContainersState::Phase;
+    auto lines = [](std::string_view title, std::string_view detail) { return words(title) + QStringLiteral("\n") + words(detail); };
+    std::string_view engine = containerEngineName(state.engine);
+    switch (state.phase) {
+    case Phase::looking: return words(containersText::lookingLong);
+    case Phase::notInstalled: return lines(containersText::notInstalledTitle, containersText::notInstalledDetail);
+    case Phase::notRunning: return lines(containersText::notRunningTitle, containersText::notRunningAdvice(engine));
+    case Phase::starting: return lines(containersText::startingTitle, containersText::startingDetail);
+    case Phase::noneRunning:
+    case Phase::running: break;
+    }
+    QString said = state.phase == Phase::noneRunning ? lines(containersText::noneRunningTitle, containersText::noneRunningDetail)
+                                                      : QString::fromStdString(containersText::summary(state));
+    return engine.empty() ? said : said + QStringLiteral(" · ") + words(engine);
+}
+
 void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source source, const std::set<int>& ignored,
               const std::vector<std::string>& addresses)
 {
@@ -154,7 +174,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     }
     case WidgetMonitors::Source::containers: {
         const ContainersState& state = monitors.containers().state();
-        card.status->setText(QString::fromStdString(containersText::summary(state)));
+        card.status->setText(containersCardText(state));
         for (const Container& container : state.containers) {
             auto* item = new QListWidgetItem(QStringLiteral("%1 — %2 · %3").arg(QString::fromStdString(container.name()),
                 QString::fromStdString(container.image), QString::fromStdString(container.status)));
@@ -236,6 +256,11 @@ QWidget* SummaryTile::makeCard()
     *watch = monitors.addObserver(source, [card] { card->refresh(); });
     pollerOf(monitors, source).setWanted(holder, true);
     if (source == WidgetMonitors::Source::containers) {
+        if (monitors.containers().state().phase == ContainersState::Phase::notInstalled) {
+            auto* get = new QPushButton(words(containersText::getDockerButton));
+            QObject::connect(get, &QPushButton::clicked, card, [] { QDesktopServices::openUrl(QUrl(QString::fromUtf8(containersText::getDockerAddress.data()))); });
+            card->buttons->addWidget(get);
+        }
         for (ContainerAction action : { ContainerAction::start, ContainerAction::stop, ContainerAction::restart }) {
             QString name = action == ContainerAction::start ? QStringLiteral("Start") : action == ContainerAction::stop ? QStringLiteral("Stop") : QStringLiteral("Restart");
             auto* button = new QPushButton(name);
