@@ -78,9 +78,43 @@ double dotSize(double iconSize) { return std::max(4.0, iconSize * 0.13); }
 
 } // namespace
 
+namespace {
+
+// Below this depth two lines cannot both be read: the value stands alone, larger.
+constexpr double twoLinesFrom = 28;
+
+QFont aloneFont(double iconSize)
+{
+    QFont font;
+    font.setPixelSize(std::max(8, static_cast<int>(std::lround(iconSize * 0.56))));
+    font.setWeight(QFont::Medium);
+    return font;
+}
+
+} // namespace
+
 void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, const QString& value, std::optional<QColor> state)
 {
     double size = tile.height();
+    if (size < twoLinesFrom) {
+        double left = tile.left() + inset(size);
+        double right = tile.right() - inset(size);
+        painter.save();
+        if (state) {
+            double dot = dotSize(size);
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(*state);
+            painter.drawEllipse(QRectF(left, tile.center().y() - dot / 2, dot, dot));
+            left += dot * 1.6;
+        }
+        QFont alone = aloneFont(size);
+        painter.setFont(alone);
+        painter.setPen(QColor(255, 255, 255, 240));
+        painter.drawText(QRectF(left, tile.top(), right - left, size), Qt::AlignLeft | Qt::AlignVCenter,
+                         QFontMetricsF(alone).elidedText(value, Qt::ElideRight, right - left));
+        painter.restore();
+        return;
+    }
     double left = tile.left() + inset(size);
     double right = tile.right() - inset(size);
     QFont small = captionFont(size);
@@ -112,6 +146,10 @@ void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, c
 
 double linesLength(double iconSize, const QString& caption, const QString& value, bool withState)
 {
+    if (iconSize < twoLinesFrom) {
+        double width = QFontMetricsF(aloneFont(iconSize)).horizontalAdvance(value) + (withState ? dotSize(iconSize) * 1.6 : 0);
+        return std::ceil(width + 2 * inset(iconSize));
+    }
     double captionWidth = QFontMetricsF(captionFont(iconSize)).horizontalAdvance(caption);
     if (withState)
         captionWidth += dotSize(iconSize) * 1.6;
@@ -153,7 +191,9 @@ private:
 double LinesTile::length(double iconSize) const
 {
     WidgetLines shown = lines();
-    return std::clamp(widgetface::linesLength(iconSize, shown.caption, shown.value, shown.state.has_value()), iconSize * 2, iconSize * longest_);
+    // A small dock still gives a value room to be read.
+    double most = std::max(iconSize * longest_, 120.0);
+    return std::clamp(widgetface::linesLength(iconSize, shown.caption, shown.value, shown.state.has_value()), iconSize * 2, most);
 }
 
 void LinesTile::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const

@@ -401,6 +401,45 @@ protected:
     WidgetRow row { widgets, paging, monitors };
 };
 
+TEST_F(WidgetRowAlone, EveryTileKeepsItsTextOnItsPlateFrom16To96Points)
+{
+    std::vector<WidgetKind> kinds = widgetPreset("Developer")->kinds;
+    kinds.insert(kinds.end(), { WidgetKind::github, WidgetKind::shortcuts, WidgetKind::clock });
+    for (WidgetKind kind : kinds) {
+        auto tile = makeWidgetTile(WidgetInstance::make(kind), monitors);
+        std::string name(toString(kind));
+        EXPECT_GT(tile->length(96), tile->length(16) * 3) << name;
+        for (double size : { 16.0, 96.0 }) {
+            for (int scale : { 1, 2 }) {
+                // A margin round the tile, which nothing may reach.
+                constexpr int margin = 6;
+                QRectF plate(margin, margin, tile->length(size), size);
+                QImage image((QSizeF(plate.width() + 2 * margin, size + 2 * margin) * scale).toSize(), QImage::Format_ARGB32_Premultiplied);
+                image.setDevicePixelRatio(scale);
+                image.fill(Qt::transparent);
+                {
+                    QPainter painter(&image);
+                    painter.setRenderHint(QPainter::Antialiasing);
+                    tile->paint(painter, plate, WidgetPaintContext { static_cast<double>(scale), false });
+                }
+                save(image, "tile-" + name + "-" + std::to_string(static_cast<int>(size)) + "-" + std::to_string(scale) + "x");
+                QRect inside = QRectF(plate.topLeft() * scale, plate.size() * scale).toAlignedRect();
+                int outside = 0, bright = 0;
+                for (int y = 0; y < image.height(); ++y)
+                    for (int x = 0; x < image.width(); ++x) {
+                        QColor pixel = image.pixelColor(x, y);
+                        if (!inside.contains(x, y))
+                            outside += pixel.alpha() > 0;
+                        else if (pixel.red() > 200 && pixel.green() > 200 && pixel.blue() > 200)
+                            ++bright;
+                    }
+                EXPECT_EQ(outside, 0) << name << " at " << size << " draws past its plate";
+                EXPECT_GT(bright, 4 * scale * scale) << name << " at " << size << " shows no text";
+            }
+        }
+    }
+}
+
 TEST_F(WidgetRowAlone, TheEndpointsTileChecksItsAddressesWhileShownAndItsCardListsThem)
 {
     widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::endpoints } });
