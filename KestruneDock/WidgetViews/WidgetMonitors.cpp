@@ -62,7 +62,7 @@ RepositoriesMonitor& WidgetMonitors::repositories()
 PullRequestsMonitor& WidgetMonitors::pullRequests()
 {
     if (!pullRequests_) {
-        pullRequests_ = std::make_unique<PullRequestsMonitor>(runtime_);
+        pullRequests_ = std::make_unique<PullRequestsMonitor>(runtime_, KestruneActivity::shared(), gitHubRequests_);
         pullRequests_->onChange = [this] { pullRequestsChanged_.notify(); };
     }
     return *pullRequests_;

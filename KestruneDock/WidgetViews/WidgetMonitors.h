@@ -34,6 +34,7 @@ class ContainersMonitor;
 class DevServersMonitor;
 class EndpointsMonitor;
 class PullRequestsMonitor;
+struct GitHubRequests;
 class RepositoriesMonitor;
 class SimulatorsMonitor;
 
@@ -58,6 +59,9 @@ public:
     // The monitors read whole, each telling its tiles of every change.
     enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
+    // How the pull requests are asked for, before they first are: gh from its usual places
+    // unless given.
+    void setGitHubRequests(std::shared_ptr<const GitHubRequests> requests) { gitHubRequests_ = std::move(requests); }
     [[nodiscard]] ContainersMonitor& containers();
     [[nodiscard]] DevServersMonitor& devServers();
     [[nodiscard]] EndpointsMonitor& endpoints();
@@ -86,6 +90,7 @@ private:
     std::unique_ptr<RepositoriesMonitor> repositories_;
     std::map<Uuid, std::string> gitFolders_;
     ObserverList<const std::string&> repositoriesChanged_;
+    std::shared_ptr<const GitHubRequests> gitHubRequests_;
     std::unique_ptr<PullRequestsMonitor> pullRequests_;
     ObserverList<> pullRequestsChanged_;
     std::unique_ptr<ContainersMonitor> containers_;

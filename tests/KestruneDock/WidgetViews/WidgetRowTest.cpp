@@ -588,6 +588,37 @@ TEST_F(WidgetRowAlone, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileS
     EXPECT_FALSE(monitors.devServers().poller().isActive());
 }
 
+TEST_F(WidgetRowAlone, TheGitHubCardListsThePullRequestsGhAnswersWith)
+{
+    // gh cannot reach GitHub here: its stand-in answers with a recorded reply.
+    Environment base = processEnvironment();
+    base["GH_STANDIN_LOG"] = folder.file("arguments");
+    base["GH_STANDIN_ANSWER"] = KESTRUNE_TEST_SOURCES "/KestruneKit/GitHub/pull-requests.json";
+    monitors.setGitHubRequests(std::make_shared<const GitHubRequests>(
+        GitHubRequests { DevToolBox(base), DevTool { "gh", { KESTRUNE_TEST_SOURCES "/helpers/gh" } } }));
+    widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::github } });
+    Uuid id = widgets.instances()[0].id;
+    row.setOnScreen({ id });
+    EXPECT_TRUE(test::spinUntil([&] { return monitors.pullRequests().state().phase == PullRequestsState::Phase::loaded; }, 10000));
+    const PullRequestsReport& report = *monitors.pullRequests().state().report;
+    EXPECT_EQ(row.tile(id)->accessibleText(), "GitHub: " + pullRequestsText::summary(monitors.pullRequests().state(), false));
+
+    std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
+    auto* list = card->findChild<QListWidget*>();
+    ASSERT_TRUE(list);
+    std::vector<std::string> addresses;
+    for (int index = 0; index < list->count(); ++index)
+        if (auto address = list->item(index)->data(Qt::UserRole).toString(); !address.isEmpty())
+            addresses.push_back(address.toStdString());
+    // Those to review, then the user's own, each opening its page.
+    ASSERT_EQ(addresses.size(), report.review.items.size() + report.mine.items.size());
+    EXPECT_EQ(addresses.front(), report.review.items.front().url);
+    EXPECT_EQ(addresses.back(), report.mine.items.back().url);
+    EXPECT_EQ(list->item(0)->text().toStdString(), pullRequestsText::waitingForReview(report.review.issueCount));
+    EXPECT_FALSE(named<QPushButton>(*card, "Copy “gh auth login”")->isVisibleTo(card.get()));
+    saveCard(*card, "card-github");
+}
+
 TEST_F(WidgetRowAlone, TheSimulatorsCardStartsAndShutsDownTheChosenDevice)
 {
     // The Android SDK's stand-ins, with one virtual device of the test's own.
