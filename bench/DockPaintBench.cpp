@@ -74,10 +74,14 @@ public:
     std::unique_ptr<DockPanelController> controller;
 };
 
+// Made at first use, and gone before the application is.
+std::unique_ptr<DeveloperDock> sharedDock;
+
 DeveloperDock& dock()
 {
-    static DeveloperDock shared;
-    return shared;
+    if (!sharedDock)
+        sharedDock = std::make_unique<DeveloperDock>();
+    return *sharedDock;
 }
 
 void repaint(benchmark::State& state, bool wholeWindow)
@@ -125,5 +129,6 @@ int main(int argc, char** argv)
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    kestrune::sharedDock.reset();
     return 0;
 }

@@ -71,7 +71,7 @@ PullRequestsMonitor& WidgetMonitors::pullRequests()
 ContainersMonitor& WidgetMonitors::containers()
 {
     if (!containers_) {
-        containers_ = std::make_unique<ContainersMonitor>(runtime_);
+        containers_ = std::make_unique<ContainersMonitor>(runtime_, KestruneActivity::shared(), containerEngine_);
         containers_->onChange = [this] { containersChanged_.notify(); };
     }
     return *containers_;

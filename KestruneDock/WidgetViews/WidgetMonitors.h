@@ -31,6 +31,7 @@ class AIUsageEngine;
 class ShellCommandRunner;
 struct ShellCommandResult;
 class ContainersMonitor;
+struct ContainerEngineSetup;
 class DevServersMonitor;
 class EndpointsMonitor;
 class PullRequestsMonitor;
@@ -63,6 +64,8 @@ public:
     // unless given.
     void setGitHubRequests(std::shared_ptr<const GitHubRequests> requests) { gitHubRequests_ = std::move(requests); }
     [[nodiscard]] ContainersMonitor& containers();
+    // Where the container engine is, before it is first read: found on its own unless given.
+    void setContainerEngine(std::shared_ptr<const ContainerEngineSetup> setup) { containerEngine_ = std::move(setup); }
     [[nodiscard]] DevServersMonitor& devServers();
     [[nodiscard]] EndpointsMonitor& endpoints();
     [[nodiscard]] SimulatorsMonitor& simulators();
@@ -93,6 +96,7 @@ private:
     std::shared_ptr<const GitHubRequests> gitHubRequests_;
     std::unique_ptr<PullRequestsMonitor> pullRequests_;
     ObserverList<> pullRequestsChanged_;
+    std::shared_ptr<const ContainerEngineSetup> containerEngine_;
     std::unique_ptr<ContainersMonitor> containers_;
     ObserverList<> containersChanged_;
     std::unique_ptr<EndpointsMonitor> endpoints_;

@@ -44,6 +44,7 @@
 #include "tests/KestruneKit/AIUsage/AIUsageTestSupport.h"
 #include "tests/helpers/FakeWorkspace.h"
 #include "tests/helpers/LocalServer.h"
+#include "tests/helpers/PrivateEngine.h"
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/TestSupport.h"
 
@@ -617,6 +618,34 @@ TEST_F(WidgetRowAlone, TheGitHubCardListsThePullRequestsGhAnswersWith)
     EXPECT_EQ(list->item(0)->text().toStdString(), pullRequestsText::waitingForReview(report.review.issueCount));
     EXPECT_FALSE(named<QPushButton>(*card, "Copy “gh auth login”")->isVisibleTo(card.get()));
     saveCard(*card, "card-github");
+}
+
+TEST_F(WidgetRowAlone, TheContainersCardListsARealEnginesContainersAndStopsOne)
+{
+    test::PrivateEngine engine(folder);
+    ASSERT_EQ(engine.start(), "") << "the Docker engine could not start";
+    std::string command = test::importTestImage(folder, engine);
+    test::privateDocker(folder, engine, "run -d --name web --network none" + command);
+    auto setup = std::make_shared<ContainerEngineSetup>();
+    setup->socketPath = engine.socketPath();
+    setup->client = dockerClient(folder.path());
+    monitors.setContainerEngine(setup);
+
+    widgets.apply(WidgetPreset { "One", "", "", { WidgetKind::containers } });
+    Uuid id = widgets.instances()[0].id;
+    row.setOnScreen({ id });
+    EXPECT_TRUE(test::spinUntil([&] { return monitors.containers().state().phase == ContainersState::Phase::running; }, 20000));
+    std::unique_ptr<QWidget> card(row.tile(id)->makeCard());
+    auto* list = card->findChild<QListWidget*>();
+    ASSERT_EQ(list->count(), 1);
+    EXPECT_TRUE(list->item(0)->text().startsWith(QStringLiteral("web — kestrune-test:1 · Up"))) << list->item(0)->text().toStdString();
+    saveCard(*card, "card-containers");
+
+    list->setCurrentRow(0);
+    named<QPushButton>(*card, "Stop")->click();
+    EXPECT_TRUE(test::spinUntil([&] { return list->count() == 0; }, 30000)) << "the stopped container is still listed";
+    EXPECT_TRUE(card->findChild<QLabel*>()->text().startsWith(QStringLiteral("No Containers Running"))) << card->findChild<QLabel*>()->text().toStdString();
+    EXPECT_EQ(row.tile(id)->accessibleText(), "Containers: No containers running");
 }
 
 TEST_F(WidgetRowAlone, TheSimulatorsCardStartsAndShutsDownTheChosenDevice)

@@ -1,18 +1,15 @@
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/Core/ManualRuntime.h"
-#include "KestruneKit/Process/ChildProcess.h"
+#include "tests/helpers/PrivateEngine.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
@@ -20,98 +17,10 @@ namespace {
 
 using Phase = ContainersState::Phase;
 
-// A Docker engine of the test's own: a private socket and data folder, kept off the host's
-// network, torn down with every mount it made.
-class PrivateEngine {
-public:
-    explicit PrivateEngine(const test::TemporaryFolder& folder) : folder_(folder) {}
-    ~PrivateEngine()
-    {
-        stop();
-        unmountUnder(folder_.path());
-    }
-
-    std::string socketPath() const { return folder_.file("engine.sock"); }
-
-    // Empty when the engine answers; else why it could not start.
-    std::string start()
-    {
-        if (::geteuid() != 0)
-            return "dockerd needs root to run; this test needs a real engine";
-        if (!isExecutableFile("/usr/sbin/dockerd"))
-            return "dockerd is not installed (scripts/setup installs docker.io)";
-        ChildProcessOptions options;
-        options.executable = "/bin/sh";
-        options.arguments = { "-c", "exec /usr/sbin/dockerd \"$@\" >\"$LOG\" 2>&1", "dockerd",
-                              "--host", "unix://" + socketPath(), "--data-root", folder_.file("data"), "--exec-root", folder_.file("exec"),
-                              "--pidfile", folder_.file("dockerd.pid"), "--bridge=none", "--iptables=false", "--ip-forward=false",
-                              "--ip-masq=false", "--ip6tables=false" };
-        Environment environment = processEnvironment();
-        environment["LOG"] = folder_.file("dockerd.log");
-        environment.erase("DOCKER_HOST");
-        options.environment = environment;
-        options.input = ChildStream::nullDevice;
-        options.output = ChildStream::nullDevice;
-        options.error = ChildStream::nullDevice;
-        options.grouping = ChildGrouping::newProcessGroup;
-        auto spawned = ChildProcess::spawn(options);
-        if (auto* failure = std::get_if<SpawnFailure>(&spawned))
-            return failure->description();
-        engine_ = std::move(std::get<std::unique_ptr<ChildProcess>>(spawned));
-        for (int attempt = 0; attempt < 600; ++attempt) {
-            if (engine_->tryWait())
-                return "dockerd exited: " + logTail();
-            auto read = ContainerEngineSocket::readContainers(socketPath(), Seconds(2));
-            if (std::holds_alternative<std::vector<Container>>(read))
-                return {};
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        }
-        return "dockerd did not answer within a minute: " + logTail();
-    }
-
-    void stop()
-    {
-        if (!engine_)
-            return;
-        engine_->signal(SIGTERM);
-        for (int attempt = 0; attempt < 300 && !engine_->tryWait(); ++attempt)
-            std::this_thread::sleep_for(std::chrono::milliseconds(100));
-        engine_->signalGroup(SIGKILL);
-        engine_.reset();
-    }
-
-    std::string logTail() const
-    {
-        auto log = test::readFile(folder_.file("dockerd.log"));
-        return log.size() > 2000 ? log.substr(log.size() - 2000) : log;
-    }
-
-private:
-    static void unmountUnder(const std::string& folder)
-    {
-        std::ifstream mounts("/proc/self/mountinfo");
-        std::vector<std::string> points;
-        for (std::string line; std::getline(mounts, line);) {
-            std::istringstream fields(line);
-            std::string id, parent, device, root, point;
-            fields >> id >> parent >> device >> root >> point;
-            if (point.starts_with(folder + "/"))
-                points.push_back(point);
-        }
-        // Deepest first.
-        std::sort(points.rbegin(), points.rend());
-        for (const auto& point : points)
-            ::umount2(point.c_str(), MNT_DETACH);
-    }
-
-    const test::TemporaryFolder& folder_;
-    std::unique_ptr<ChildProcess> engine_;
-};
-
 TEST(RealEngine, ListsStopsStartsAndRestartsContainersAndNoticesAStoppedEngine)
 {
     test::TemporaryFolder folder;
-    PrivateEngine engine(folder);
+    test::PrivateEngine engine(folder);
     auto failure = engine.start();
     ASSERT_EQ(failure, "") << "the Docker engine could not start";
 
@@ -119,15 +28,8 @@ TEST(RealEngine, ListsStopsStartsAndRestartsContainersAndNoticesAStoppedEngine)
     setup->socketPath = engine.socketPath();
     setup->client = dockerClient(folder.path());
     ASSERT_TRUE(DevToolBox::locate(setup->client.candidates)) << "no docker client";
-    auto docker = [&](const std::string& arguments) {
-        return test::shell(folder.path(), "docker " + arguments, { { "DOCKER_HOST", "unix://" + engine.socketPath() } });
-    };
-
-    // A tiny image from the static busybox; the containers end at once on SIGTERM.
-    test::shell(folder.path(), "mkdir -p rootfs/bin && cp /bin/busybox rootfs/bin/ && ln -s busybox rootfs/bin/sh && ln -s busybox rootfs/bin/sleep"
-                               " && tar -C rootfs -cf image.tar .");
-    docker("import image.tar kestrune-test:1 >/dev/null");
-    std::string command = " kestrune-test:1 /bin/sh -c 'trap \"exit 0\" TERM; while :; do sleep 1; done' >/dev/null";
+    auto docker = [&](const std::string& arguments) { return test::privateDocker(folder, engine, arguments); };
+    std::string command = test::importTestImage(folder, engine);
     docker("run -d --name web --network none --label com.docker.compose.project=shop --label tier=front" + command);
     docker("run -d --name solo --network none" + command);
 
