@@ -187,10 +187,13 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
         const auto& reading = monitors.simulators().reading();
         card.status->setText(QString::fromStdString(simulatorsText::summary(reading)));
         for (const Simulator& simulator : reading ? reading->simulators : std::vector<Simulator> {}) {
-            auto* item = new QListWidgetItem(QStringLiteral("%1 — %2").arg(QString::fromStdString(simulatorsText::displayName(simulator.name)),
+            std::string shown = simulator.kind == SimulatorKind::android ? simulatorsText::displayName(simulator.name) : simulator.name;
+            auto* item = new QListWidgetItem(QStringLiteral("%1 — %2").arg(QString::fromStdString(shown),
                 simulator.serial ? QStringLiteral("Running") : QStringLiteral("Shut down")));
             item->setData(Qt::UserRole, QString::fromStdString(simulator.name));
             item->setData(Qt::UserRole + 1, simulator.serial ? QString::fromStdString(*simulator.serial) : QString());
+            item->setData(Qt::UserRole + 2, QString::fromStdString(simulator.udid));
+            item->setData(Qt::UserRole + 3, static_cast<int>(simulator.kind));
             card.items->addItem(item);
         }
         break;
@@ -208,15 +211,27 @@ void addSimulatorButtons(ListCard& card, WidgetMonitors& monitors)
         if (alive && !failure.empty())
             alive->status->setText(QString::fromStdString(failure));
     };
+    auto chosen = [&card]() -> std::optional<Simulator> {
+        QListWidgetItem* item = card.items->currentItem();
+        if (!item)
+            return std::nullopt;
+        Simulator simulator;
+        simulator.name = item->data(Qt::UserRole).toString().toStdString();
+        if (QString serial = item->data(Qt::UserRole + 1).toString(); !serial.isEmpty())
+            simulator.serial = serial.toStdString();
+        simulator.udid = item->data(Qt::UserRole + 2).toString().toStdString();
+        simulator.kind = static_cast<SimulatorKind>(item->data(Qt::UserRole + 3).toInt());
+        return simulator;
+    };
     auto* start = new QPushButton(QStringLiteral("Start"));
-    QObject::connect(start, &QPushButton::clicked, &card, [&card, &monitors, told] {
-        if (QListWidgetItem* item = card.items->currentItem(); item && item->data(Qt::UserRole + 1).toString().isEmpty())
-            monitors.simulators().start(item->data(Qt::UserRole).toString().toStdString(), told);
+    QObject::connect(start, &QPushButton::clicked, &card, [&monitors, chosen, told] {
+        if (auto simulator = chosen(); simulator && !simulator->serial)
+            monitors.simulators().start(*simulator, told);
     });
     auto* shutDown = new QPushButton(QStringLiteral("Shut Down"));
-    QObject::connect(shutDown, &QPushButton::clicked, &card, [&card, &monitors, told] {
-        if (QListWidgetItem* item = card.items->currentItem(); item && !item->data(Qt::UserRole + 1).toString().isEmpty())
-            monitors.simulators().shutDown(item->data(Qt::UserRole + 1).toString().toStdString(), told);
+    QObject::connect(shutDown, &QPushButton::clicked, &card, [&monitors, chosen, told] {
+        if (auto simulator = chosen(); simulator && simulator->serial)
+            monitors.simulators().shutDown(*simulator, told);
     });
     card.buttons->addWidget(start);
     card.buttons->addWidget(shutDown);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <nlohmann/json.hpp>
+
 #include "KestruneKit/Core/CountText.h"
 
 namespace kestrune {
@@ -92,9 +94,43 @@ std::vector<std::string> SimulatorsReader::parseEmulatorSerials(std::string_view
     return serials;
 }
 
+std::vector<Simulator> parseSimctlDevices(std::string_view json)
+{
+    std::vector<Simulator> simulators;
+    auto root = nlohmann::json::parse(json, nullptr, false);
+    if (!root.is_object() || !root.contains("devices") || !root["devices"].is_object())
+        return simulators;
+    for (const auto& [runtime, devices] : root["devices"].items()) {
+        // "com.apple.CoreSimulator.SimRuntime.iOS-17-0" runs "iOS 17.0".
+        std::string system = runtime.substr(runtime.rfind('.') + 1);
+        if (auto dash = system.find('-'); dash != std::string::npos) {
+            system[dash] = ' ';
+            std::replace(system.begin() + static_cast<std::ptrdiff_t>(dash), system.end(), '-', '.');
+        }
+        if (!devices.is_array())
+            continue;
+        for (const auto& device : devices) {
+            if (!device.is_object() || !device.value("isAvailable", true) || !device.contains("udid") || !device["udid"].is_string())
+                continue;
+            Simulator simulator;
+            simulator.kind = SimulatorKind::apple;
+            simulator.udid = device["udid"].get<std::string>();
+            simulator.name = device.value("name", simulator.udid) + " (" + system + ")";
+            if (device.value("state", "") == "Booted")
+                simulator.serial = simulator.udid;
+            simulators.push_back(std::move(simulator));
+        }
+    }
+    return simulators;
+}
+
 SimulatorsReading SimulatorsReader::read() const
 {
     SimulatorsReading reading;
+    if (auto apple = appleSimulators::read(box_)) {
+        reading.installed = true;
+        reading.simulators = std::move(*apple);
+    }
     auto list = box_.run(emulator_, { "-list-avds" }, std::nullopt, {}, listTimeout);
     if (list.failure == DevTool::Run::Failure::notFound)
         return reading;
@@ -121,8 +157,11 @@ SimulatorsReading SimulatorsReader::read() const
     return reading;
 }
 
-std::string SimulatorsReader::start(const std::string& name) const
+std::string SimulatorsReader::start(const Simulator& simulator) const
 {
+    if (simulator.kind == SimulatorKind::apple)
+        return appleSimulators::start(box_, simulator.udid);
+    const std::string& name = simulator.name;
     auto emulator = DevToolBox::locate(emulator_.candidates);
     if (!emulator)
         return std::string(simulatorsText::notInstalled);
@@ -133,9 +172,13 @@ std::string SimulatorsReader::start(const std::string& name) const
     return failureOf(run, "The emulator");
 }
 
-std::string SimulatorsReader::shutDown(const std::string& serial) const
+std::string SimulatorsReader::shutDown(const Simulator& simulator) const
 {
-    auto run = box_.run(adb_, { "-s", serial, "emu", "kill" }, std::nullopt, {}, listTimeout);
+    if (simulator.kind == SimulatorKind::apple)
+        return appleSimulators::shutDown(box_, simulator.udid);
+    if (!simulator.serial)
+        return {};
+    auto run = box_.run(adb_, { "-s", *simulator.serial, "emu", "kill" }, std::nullopt, {}, listTimeout);
     if (run.failure == DevTool::Run::Failure::notFound)
         return "adb isn’t installed";
     return failureOf(run, "adb");
@@ -165,7 +208,7 @@ std::string summary(const std::optional<SimulatorsReading>& reading)
         if (simulator.serial)
             running.push_back(&simulator);
     if (running.size() == 1)
-        return displayName(running.front()->name) + " running";
+        return (running.front()->kind == SimulatorKind::android ? displayName(running.front()->name) : running.front()->name) + " running";
     if (!running.empty())
         return std::to_string(running.size()) + " running";
     return countText(static_cast<int64_t>(reading->simulators.size()), "device", "devices") + ", none running";
@@ -183,14 +226,14 @@ SimulatorsMonitor::SimulatorsMonitor(Runtime& runtime, KestruneActivity& activit
 {
 }
 
-void SimulatorsMonitor::start(const std::string& name, std::function<void(std::string)> done)
+void SimulatorsMonitor::start(const Simulator& simulator, std::function<void(std::string)> done)
 {
-    perform<std::string>([reader = reader_, name] { return reader->start(name); }, std::move(done));
+    perform<std::string>([reader = reader_, simulator] { return reader->start(simulator); }, std::move(done));
 }
 
-void SimulatorsMonitor::shutDown(const std::string& serial, std::function<void(std::string)> done)
+void SimulatorsMonitor::shutDown(const Simulator& simulator, std::function<void(std::string)> done)
 {
-    perform<std::string>([reader = reader_, serial] { return reader->shutDown(serial); }, std::move(done));
+    perform<std::string>([reader = reader_, simulator] { return reader->shutDown(simulator); }, std::move(done));
 }
 
 } // namespace kestrune

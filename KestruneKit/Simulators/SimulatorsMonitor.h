@@ -1,6 +1,7 @@
 #pragma once
 // OVERVIEW
-// The Simulators widget's data: the Android emulator's virtual devices and which of them run, read
+// The Simulators widget's data: the Android emulator's virtual devices (and on macOS Xcode's
+// simulators, through simctl) and which of them run, read
 // every ten seconds while the widget is on screen, and starting or shutting one down. The SDK is
 // found where Android Studio puts it ($ANDROID_HOME, $ANDROID_SDK_ROOT, ~/Android/Sdk on Linux,
 // ~/Library/Android/sdk on macOS); `emulator -list-avds` names the devices, and `adb devices`
@@ -11,10 +12,12 @@
 //   SimulatorsMonitor monitor(runtime);
 //   monitor.onChange = [&] { redraw(*monitor.reading()); };
 //   monitor.poller().setWanted(tileId, true);
-//   monitor.start("Pixel_8", [](std::string failure) { ... });
+//   monitor.start(monitor.reading()->simulators[0], [](std::string failure) { ... });
 //
 // Main thread only; the tools run on the monitor's own queue.
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,12 +29,30 @@
 
 namespace kestrune {
 
+enum class SimulatorKind { android, apple };
+
 struct Simulator {
+    // An Android device's AVD name; an Apple simulator's name and system ("iPhone 15 (iOS 17.0)").
     std::string name;
-    // The running emulator's adb serial ("emulator-5554"); none while it is shut down.
+    // While it runs: the emulator's adb serial ("emulator-5554"), or the simulator's UDID.
     std::optional<std::string> serial;
+    SimulatorKind kind = SimulatorKind::android;
+    // An Apple simulator's UDID, which simctl boots and shuts down.
+    std::string udid;
     bool operator==(const Simulator&) const = default;
 };
+
+// The available devices in `xcrun simctl list devices available --json`, by system then name.
+[[nodiscard]] std::vector<Simulator> parseSimctlDevices(std::string_view json);
+
+// Xcode's simulators, on the platforms that have them (one platform file each).
+namespace appleSimulators {
+// None where there is no simctl.
+[[nodiscard]] std::optional<std::vector<Simulator>> read(const DevToolBox& box);
+// Boots it and brings the Simulator app forward; or says why not.
+[[nodiscard]] std::string start(const DevToolBox& box, const std::string& udid);
+[[nodiscard]] std::string shutDown(const DevToolBox& box, const std::string& udid);
+} // namespace appleSimulators
 
 struct SimulatorsReading {
     bool installed = false;
@@ -52,9 +73,9 @@ public:
 
     // Blocks on the tools: on a queue, never the main thread.
     [[nodiscard]] SimulatorsReading read() const;
-    // Starts the device and returns at once, the emulator left running on its own; or says why not.
-    [[nodiscard]] std::string start(const std::string& name) const;
-    [[nodiscard]] std::string shutDown(const std::string& serial) const;
+    // Starts the device and returns at once, the device left running on its own; or says why not.
+    [[nodiscard]] std::string start(const Simulator& simulator) const;
+    [[nodiscard]] std::string shutDown(const Simulator& simulator) const;
 
     // The device names `emulator -list-avds` printed; its own log lines are skipped.
     [[nodiscard]] static std::vector<std::string> parseDeviceNames(std::string_view output);
@@ -85,8 +106,8 @@ public:
                                std::shared_ptr<const SimulatorsReader> reader = nullptr);
 
     // `done` gets the failure's words, empty when it went.
-    void start(const std::string& name, std::function<void(std::string)> done = {});
-    void shutDown(const std::string& serial, std::function<void(std::string)> done = {});
+    void start(const Simulator& simulator, std::function<void(std::string)> done = {});
+    void shutDown(const Simulator& simulator, std::function<void(std::string)> done = {});
 
 private:
     SimulatorsMonitor(Runtime& runtime, KestruneActivity& activity, std::shared_ptr<const SimulatorsReader> reader, int);

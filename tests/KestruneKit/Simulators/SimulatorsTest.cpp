@@ -44,7 +44,7 @@ TEST_F(SimulatorsTest, WithoutTheEmulatorItSaysItIsNotInstalled)
     EXPECT_FALSE(reading.installed);
     EXPECT_EQ(simulatorsText::summary(reading), "The Android emulator isn’t installed");
     EXPECT_EQ(simulatorsText::summary(std::nullopt), "Looking for devices…");
-    EXPECT_EQ(reader(false).start("Pixel_8"), "The Android emulator isn’t installed");
+    EXPECT_EQ(reader(false).start(Simulator { "Pixel_8", std::nullopt }), "The Android emulator isn’t installed");
 }
 
 TEST_F(SimulatorsTest, ListsTheDevicesAndStartsAndShutsOneDown)
@@ -62,7 +62,7 @@ TEST_F(SimulatorsTest, ListsTheDevicesAndStartsAndShutsOneDown)
     EXPECT_EQ(simulatorsText::summary(monitor.reading()), "2 devices, none running");
 
     std::optional<std::string> started;
-    monitor.start("Pixel_8", [&](std::string failure) { started = failure; });
+    monitor.start(monitor.reading()->simulators[0], [&](std::string failure) { started = failure; });
     ASSERT_TRUE(runtime.runUntil([&] { return started.has_value(); }, Seconds(30)));
     EXPECT_EQ(*started, "");
     // The device comes up on its own time; the next readings find it.
@@ -74,7 +74,7 @@ TEST_F(SimulatorsTest, ListsTheDevicesAndStartsAndShutsOneDown)
     EXPECT_EQ(simulatorsText::summary(monitor.reading()), "Pixel 8 running");
 
     std::optional<std::string> stopped;
-    monitor.shutDown("emulator-5554", [&](std::string failure) { stopped = failure; });
+    monitor.shutDown(monitor.reading()->simulators[0], [&](std::string failure) { stopped = failure; });
     ASSERT_TRUE(runtime.runUntil([&] {
         runtime.advance(SimulatorsMonitor::interval);
         return stopped && !monitor.reading()->simulators[0].serial;
@@ -85,6 +85,21 @@ TEST_F(SimulatorsTest, ListsTheDevicesAndStartsAndShutsOneDown)
 
 TEST(Simulators, ToolOutputIsReadAsTheToolsWriteIt)
 {
+    // What Xcode 15's simctl prints, shortened.
+    auto apple = parseSimctlDevices(R"({"devices":{
+        "com.apple.CoreSimulator.SimRuntime.iOS-17-0":[
+            {"udid":"A1","isAvailable":true,"state":"Booted","name":"iPhone 15"},
+            {"udid":"A2","isAvailable":false,"state":"Shutdown","name":"iPhone Gone"}],
+        "com.apple.CoreSimulator.SimRuntime.watchOS-10-0":[{"udid":"W1","isAvailable":true,"state":"Shutdown","name":"Apple Watch"}],
+        "broken":{}}})");
+    ASSERT_EQ(apple.size(), 2U);
+    EXPECT_EQ(apple[0].name, "iPhone 15 (iOS 17.0)");
+    EXPECT_EQ(apple[0].serial, "A1");
+    EXPECT_EQ(apple[1].name, "Apple Watch (watchOS 10.0)");
+    EXPECT_EQ(apple[1].udid, "W1");
+    EXPECT_FALSE(apple[1].serial);
+    EXPECT_TRUE(parseSimctlDevices("xcrun: error: unable to find utility").empty());
+
     EXPECT_EQ(SimulatorsReader::parseDeviceNames("INFO    | Storing crashdata in: /tmp/x\nPixel_8\r\n\nWear_OS\n"),
               (std::vector<std::string> { "Pixel_8", "Wear_OS" }));
     EXPECT_EQ(SimulatorsReader::parseEmulatorSerials("List of devices attached\nemulator-5554\tdevice\nemulator-5556\toffline\n"
