@@ -139,8 +139,11 @@ SimulatorsReading SimulatorsReader::read() const
         reading.failure = failureOf(list, "The emulator");
         return reading;
     }
-    for (std::string& name : parseDeviceNames(list.output))
-        reading.simulators.push_back({ std::move(name), std::nullopt });
+    for (std::string& name : parseDeviceNames(list.output)) {
+        Simulator device;
+        device.name = std::move(name);
+        reading.simulators.push_back(std::move(device));
+    }
 
     auto devices = box_.run(adb_, { "devices" }, std::nullopt, {}, listTimeout);
     if (!devices.succeeded())

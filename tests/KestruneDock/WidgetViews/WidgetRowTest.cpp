@@ -563,8 +563,9 @@ TEST_F(WidgetRowAlone, GitHubContainersAndDevServersTilesHoldTheirMonitorsWhileS
         auto* copy = named<QPushButton>(*card, "Copy “gh auth login”");
         ASSERT_TRUE(copy);
         EXPECT_EQ(copy->isVisibleTo(card.get()), toSignIn);
-        if (state.phase == PullRequestsState::Phase::noClient)
+        if (state.phase == PullRequestsState::Phase::noClient) {
             EXPECT_TRUE(card->findChild<QLabel*>()->text().contains(QStringLiteral("gh auth login"))) << card->findChild<QLabel*>()->text().toStdString();
+        }
     }
     auto listed = [&] {
         const auto& servers = monitors.devServers().servers();
