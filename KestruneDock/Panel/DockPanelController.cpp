@@ -1033,19 +1033,15 @@ void DockPanelController::dragWidget(const Uuid& id)
                   QByteArray::fromStdString(id.toString()));
     auto* drag = new QDrag(panel_.get());
     drag->setMimeData(data);
-    double ratio = panel_->devicePixelRatioF();
-    double depth = layout_.metrics().iconSize;
-    QRectF face(0, 0, tile->length(depth), depth);
-    QPixmap picture((face.size() * ratio).toSize());
-    picture.setDevicePixelRatio(ratio);
-    picture.fill(Qt::transparent);
-    {
-        QPainter painter(&picture);
-        painter.setRenderHint(QPainter::Antialiasing);
-        tile->paint(painter, face, WidgetPaintContext { ratio, translucent_ });
-    }
+    // The tile as the row draws it, whether it stands there now or waits in the stack.
+    DockRowItem item;
+    item.slot = { DockSlotKind::widget, tile->length(layout_.metrics().iconSize) };
+    item.path = id.toString();
+    if (!painters_.contains(DockSlotKind::widget))
+        painters_[DockSlotKind::widget] = std::make_unique<WidgetSlotPainter>(*widgets_);
+    QPixmap picture = tilePixmap(item);
     drag->setPixmap(picture);
-    drag->setHotSpot(QPoint(static_cast<int>(face.width() / 2), static_cast<int>(face.height() / 2)));
+    drag->setHotSpot(QPoint(picture.width(), picture.height()) / 2 / picture.devicePixelRatio());
     dragging_ = true;
     droppedHere_ = false;
     drag->exec(Qt::MoveAction, Qt::MoveAction);
@@ -1235,7 +1231,9 @@ QPixmap DockPanelController::tilePixmap(const DockRowItem& item) const
 {
     double ratio = panel_->devicePixelRatioF();
     double size = layout_.metrics().iconSize;
-    QImage image((QSizeF(size, size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+    // Widgets are as long as their faces; every other tile is square.
+    double length = item.slot.kind == DockSlotKind::widget ? item.slot.length : size;
+    QImage image((QSizeF(length, size) * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(ratio);
     // Without a compositor the picture that follows the pointer is drawn whole, its clear parts
     // white: it is drawn on the opaque bar's colour instead.
@@ -1255,8 +1253,8 @@ QPixmap DockPanelController::tilePixmap(const DockRowItem& item) const
         still.running = false;
         still.badge = {};
         DockSlotFrame frame;
-        frame.tile = { 0, 0, size, size };
-        painterFor->second->paint(painter, still, frame, QRectF(0, 0, size, size), context);
+        frame.tile = { 0, 0, length, size };
+        painterFor->second->paint(painter, still, frame, QRectF(0, 0, length, size), context);
     }
     return QPixmap::fromImage(image);
 }
