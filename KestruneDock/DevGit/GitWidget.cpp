@@ -168,8 +168,14 @@ void GitWidget::addActions(ListCard& card, WidgetMonitors& monitors, const std::
     output->setMaximumHeight(110);
     outcome->hide();
     output->hide();
+    // Reading the folder switches off the repository's own programs; the buttons do not.
+    auto* trust = new QLabel(QStringLiteral("Commit, Pull and Push run git as you set it up, hooks and filters included. "
+                                            "Keeping this card up to date runs none of them."));
+    trust->setWordWrap(true);
+    trust->setEnabled(false);
     auto* layout = static_cast<QVBoxLayout*>(card.layout());
     layout->insertWidget(layout->count() - 1, message);
+    layout->addWidget(trust);
     layout->addWidget(outcome);
     layout->addWidget(output);
 

@@ -67,7 +67,7 @@ GitActions::GitActions() : GitActions(DevToolBox(), RepositoryReader::locateGit(
 GitActions::GitActions(DevToolBox box, DevTool git)
     : box_(std::move(box))
     , git_(std::move(git))
-    , removals_(RepositoryReader::gitRemovals(box_.base()))
+    , removals_(RepositoryReader::locationRemovals())
 {
 }
 

@@ -2,8 +2,9 @@
 
 // OVERVIEW
 // The few things the Git card does to a working copy at the user's word: commit everything,
-// pull, push. Each runs git to its end with the readers' fixed environment, so git never asks on
-// a terminal: a remote that wants a password fails at once with words saying so. Every call
+// pull, push. They are the user's own wish, so git runs as the user set it up, hooks and filters
+// included, unlike a read. Each runs to its end with the readers' quiet environment, so git never
+// asks on a terminal: a remote that wants a password fails at once with words saying so. Every call
 // blocks on git (a push may wait on the network for minutes), so it runs on a monitor's queue.
 //
 // TYPICAL USAGE (on a worker thread)

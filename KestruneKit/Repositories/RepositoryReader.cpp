@@ -1,5 +1,6 @@
 #include "KestruneKit/Repositories/RepositoryReader.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <future>
 
@@ -74,24 +75,105 @@ const Environment& RepositoryReader::gitOverrides()
         { "GIT_PAGER", "cat" },
         { "GIT_EDITOR", ":" },
         { "LC_ALL", "C" },
-        // A repository's own configuration must never make a read run a program: the fsmonitor
-        // hook is the one git status would start. Settings given this way outrank the
-        // repository's config file.
-        { "GIT_CONFIG_COUNT", "1" },
-        { "GIT_CONFIG_KEY_0", "core.fsmonitor" },
-        { "GIT_CONFIG_VALUE_0", "false" },
     };
     return overrides;
 }
 
+namespace {
+
+// Settings given through GIT_CONFIG_COUNT outrank every configuration file, included ones too.
+// These hold whatever the files say; the filters and diff drivers a repository defines are added
+// per read, as their names are only known then.
+constexpr std::pair<std::string_view, std::string_view> fixedReadSettings[] {
+    { "core.fsmonitor", "false" },
+    { "core.hooksPath", "/dev/null" },
+    { "credential.helper", "" },
+    { "diff.external", "" },
+};
+
+void addSetting(Environment& environment, size_t& count, std::string_view key, std::string_view value)
+{
+    environment["GIT_CONFIG_KEY_" + std::to_string(count)] = key;
+    environment["GIT_CONFIG_VALUE_" + std::to_string(count)] = value;
+    environment["GIT_CONFIG_COUNT"] = std::to_string(++count);
+}
+
+} // namespace
+
+const Environment& RepositoryReader::readOverrides()
+{
+    static const Environment overrides = [] {
+        Environment environment = gitOverrides();
+        // Any transport at all: a partial clone, or a submodule, could otherwise fetch through
+        // the repository's core.sshCommand or a remote helper.
+        environment["GIT_ALLOW_PROTOCOL"] = "none";
+        size_t count = 0;
+        for (const auto& [key, value] : fixedReadSettings)
+            addSetting(environment, count, key, value);
+        return environment;
+    }();
+    return overrides;
+}
+
+std::string_view RepositoryReader::programListingPattern()
+{
+    return R"(^(filter\..*\.(clean|smudge|process)|diff\..*\.(textconv|command)|merge\..*\.driver|remote\..*\.promisor|extensions\.partialclone)$)";
+}
+
+RepositoryReader::RepositoryPrograms RepositoryReader::programsFromListing(std::string_view listing)
+{
+    // The user's own settings (system and global, and what they include) stay: a filter such as
+    // git-lfs set up there is trusted. Only what the repository says for itself is switched off.
+    RepositoryPrograms programs;
+    programs.overrides = readOverrides();
+    size_t count = std::size(fixedReadSettings);
+    std::vector<std::string> filters;
+    size_t start = 0;
+    while (start < listing.size()) {
+        auto scopeEnd = listing.find('\0', start);
+        if (scopeEnd == std::string_view::npos)
+            break;
+        auto nameEnd = listing.find('\0', scopeEnd + 1);
+        if (nameEnd == std::string_view::npos)
+            break;
+        auto scope = listing.substr(start, scopeEnd - start);
+        auto name = listing.substr(scopeEnd + 1, nameEnd - scopeEnd - 1);
+        start = nameEnd + 1;
+        if (scope != "local" && scope != "worktree")
+            continue;
+        if (name == "extensions.partialclone" || (name.starts_with("remote.") && name.ends_with(".promisor"))) {
+            programs.partialClone = true;
+            continue;
+        }
+        if (count >= maximumPrograms + std::size(fixedReadSettings)) {
+            programs.tooMany = true;
+            break;
+        }
+        addSetting(programs.overrides, count, name, "");
+        // A filter marked required makes git fail when it does not run; unmarked, the file is
+        // read as it is.
+        if (name.starts_with("filter.")) {
+            std::string driver(name.substr(0, name.rfind('.')));
+            if (std::find(filters.begin(), filters.end(), driver) == filters.end()) {
+                filters.push_back(driver);
+                addSetting(programs.overrides, count, driver + ".required", "false");
+            }
+        }
+    }
+    return programs;
+}
+
+std::vector<std::string> RepositoryReader::locationRemovals()
+{
+    return { "GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE", "GIT_COMMON_DIR", "GIT_OBJECT_DIRECTORY",
+             "GIT_ALTERNATE_OBJECT_DIRECTORIES", "GIT_NAMESPACE", "GIT_PREFIX" };
+}
+
 std::vector<std::string> RepositoryReader::gitRemovals(const Environment& base)
 {
-    std::vector<std::string> removals {
-        "GIT_DIR", "GIT_WORK_TREE", "GIT_INDEX_FILE", "GIT_COMMON_DIR", "GIT_OBJECT_DIRECTORY",
-        "GIT_ALTERNATE_OBJECT_DIRECTORIES", "GIT_NAMESPACE", "GIT_PREFIX",
-        // Inherited configuration overrides could turn the hook back on.
-        "GIT_CONFIG_PARAMETERS", "GIT_CONFIG_COUNT",
-    };
+    std::vector<std::string> removals = locationRemovals();
+    // Inherited configuration overrides could turn a switched-off program back on.
+    removals.insert(removals.end(), { "GIT_CONFIG_PARAMETERS", "GIT_CONFIG_COUNT", "GIT_ALLOW_PROTOCOL" });
     for (const auto& [name, value] : base)
         if (name.starts_with("GIT_CONFIG_KEY_") || name.starts_with("GIT_CONFIG_VALUE_"))
             removals.push_back(name);
@@ -143,9 +225,9 @@ std::optional<RepositoryOperation> operationFromGitFolder(const std::string& git
     return std::nullopt;
 }
 
-DevTool::Run RepositoryReader::git(const std::vector<std::string>& arguments, Seconds timeout) const
+DevTool::Run RepositoryReader::git(const std::vector<std::string>& arguments, Seconds timeout, const Environment& overrides) const
 {
-    return box_.run(git_, arguments, std::nullopt, gitOverrides(), removals_, timeout);
+    return box_.run(git_, arguments, std::nullopt, overrides, removals_, timeout);
 }
 
 RepositoryState RepositoryReader::read(const std::string& folder, Date now) const
@@ -167,9 +249,36 @@ RepositoryState RepositoryReader::read(const std::string& folder, Date now) cons
 
     // The remotes and the git folder do not depend on the status, so they are asked for while git
     // status walks the working copy: a read then takes about as long as git status alone.
-    auto remotes = std::async(std::launch::async, [&] { return git({ "-C", folder, "remote" }, quickTimeout); });
-    auto gitFolder = std::async(std::launch::async, [&] { return git({ "-C", folder, "rev-parse", "--absolute-git-dir" }, quickTimeout); });
-    auto status = git({ "-C", folder, "status", "--porcelain=v2", "--branch", "-z" }, statusTimeout);
+    auto remotes = std::async(std::launch::async, [&] { return git({ "-C", folder, "remote" }, quickTimeout, readOverrides()); });
+    auto gitFolder = std::async(std::launch::async, [&] { return git({ "-C", folder, "rev-parse", "--absolute-git-dir" }, quickTimeout, readOverrides()); });
+
+    // git status runs a file's clean filter whenever the file's stat data no longer matches the
+    // index, so every filter the repository defines is switched off first. Such a file may then
+    // read as changed when only its filter would have made it match: a wrong "changed" is
+    // visible and harmless, a program from a folder the user only pointed at is not.
+    auto listing = git({ "-C", folder, "config", "--show-scope", "--null", "--name-only", "--get-regexp", std::string(programListingPattern()) },
+                       quickTimeout, readOverrides());
+    // Status 1 is nothing found. A git that could not start fails the status below the same way.
+    if (listing.failure == DevTool::Run::Failure::timedOut) {
+        state.reading = repositoryFailure(RepositoryProblem::timedOut);
+        return state;
+    }
+    if (!listing.failure && listing.status != 0 && listing.status != 1) {
+        state.reading = failureFromErrorOutput(listing.errorOutput);
+        return state;
+    }
+    RepositoryPrograms programs = programsFromListing(listing.output);
+    if (programs.tooMany) {
+        state.reading = RepositoryFailure { RepositoryProblem::failed, "Its configuration names more programs than can be switched off to read it safely" };
+        return state;
+    }
+    // A submodule is a repository with a configuration of its own, which the listing above does
+    // not see: its commit is compared, its files are not walked. A partial clone reads without
+    // rename detection, which would fetch the objects it lacks.
+    std::vector<std::string> arguments { "-C", folder, "status", "--porcelain=v2", "--branch", "-z", "--ignore-submodules=dirty" };
+    if (programs.partialClone)
+        arguments.emplace_back("--no-renames");
+    auto status = git(arguments, statusTimeout, programs.overrides);
     if (status.failure) {
         switch (*status.failure) {
         case DevTool::Run::Failure::notFound:

@@ -1,8 +1,9 @@
 #pragma once
 
 // OVERVIEW
-// Reads one git working copy without touching it: no prompt, no index lock, nothing run that
-// the repository's own configuration names. Every call blocks on git, so it runs on a monitor's
+// Reads one git working copy without touching it: no prompt, no index lock, and no program run
+// that the repository names (filters, hooks, fsmonitor, diff drivers, transports), since a
+// folder the user only pointed at may come from anyone. Every call blocks on git, so it runs on a monitor's
 // queue, never on the main thread.
 //
 // TYPICAL USAGE
@@ -39,15 +40,35 @@ public:
     // developer tools, so it counts only when they are there.
     [[nodiscard]] static DevTool locateGit();
 
-    // What every git call sets, and what it removes from the inherited environment first.
+    // What every git call sets, and what it removes from the inherited environment first: git
+    // stays quiet, asks nothing and takes no optional lock. The Git card's actions run with this
+    // alone, so hooks and filters work there as the user set them up.
     [[nodiscard]] static const Environment& gitOverrides();
+    // What a read adds: no hook, fsmonitor, credential helper, external diff or transport runs,
+    // whatever any configuration file says.
+    [[nodiscard]] static const Environment& readOverrides();
     [[nodiscard]] static std::vector<std::string> gitRemovals(const Environment& base);
+    // Only what could point git at another repository; the actions keep the rest.
+    [[nodiscard]] static std::vector<std::string> locationRemovals();
+
+    // The repository's own programs, listed by `git config` without running any of them, and
+    // the overrides that switch each off for one read.
+    struct RepositoryPrograms {
+        Environment overrides;
+        // A partial clone fetches missing objects on demand, which would reach the network.
+        bool partialClone = false;
+        bool tooMany = false;
+    };
+    static constexpr size_t maximumPrograms = 200;
+    [[nodiscard]] static std::string_view programListingPattern();
+    // `listing` is `git config --show-scope --null --name-only --get-regexp` output.
+    [[nodiscard]] static RepositoryPrograms programsFromListing(std::string_view listing);
 
     // A failed git's standard error, as a problem.
     [[nodiscard]] static RepositoryFailure failureFromErrorOutput(std::string_view errorOutput);
 
 private:
-    [[nodiscard]] DevTool::Run git(const std::vector<std::string>& arguments, Seconds timeout) const;
+    [[nodiscard]] DevTool::Run git(const std::vector<std::string>& arguments, Seconds timeout, const Environment& overrides) const;
 
     DevToolBox box_;
     DevTool git_;

@@ -179,6 +179,100 @@ TEST_F(RepositoryReaderTest, InheritedSettingsCannotRedirectOrRunAnything)
     EXPECT_FALSE(std::filesystem::exists(folder.file("hook-ran")));
 }
 
+// Each repository's own configuration names a program (PROGRAM below) that leaves a marker file
+// when it runs; the last step makes git consider running it. Where plain git status runs it, the
+// test shows that first, so each of those fails on a reader without the switch.
+TEST_F(RepositoryReaderTest, NoProgramTheRepositoryNamesRunsDuringARead)
+{
+    struct Vector {
+        std::string name;
+        std::string setup;
+        bool plainStatusRunsIt;
+    };
+    const std::string touched = " && touch -d 2020-01-01 file";
+    const std::vector<Vector> vectors {
+        { "clean-filter", "echo '* filter=evil' > .gitattributes && git config filter.evil.clean PROGRAM" + touched, true },
+        { "process-filter", "echo '* filter=evil' > .gitattributes && git config filter.evil.process PROGRAM"
+                            " && git config filter.evil.required true" + touched, true },
+        { "fsmonitor", "git config core.fsmonitor PROGRAM", true },
+        { "include", "printf '[filter \"far\"]\\n\\tclean = PROGRAM\\n' > ../far.conf && git config include.path ../../far.conf"
+                     " && echo '* filter=far' > .gitattributes" + touched, true },
+        { "include-if", "printf '[core]\\n\\tfsmonitor = PROGRAM\\n' > ../if.conf && git config includeIf.onbranch:main.path ../../if.conf", true },
+        { "submodule", "git init -q inner && cd inner && echo x > g && git add g && git commit -qm g"
+                       " && echo '* filter=evil' > .gitattributes && git config filter.evil.clean PROGRAM && cd .."
+                       " && git -c protocol.file.allow=always submodule add -q ./inner inner && git commit -qm inner"
+                       " && touch -d 2020-01-01 inner/g", true },
+        { "hooks", "mkdir hooks && for hook in post-index-change reference-transaction post-checkout; do cp PROGRAM hooks/$hook; done"
+                   " && git config core.hooksPath \"$PWD/hooks\"" + touched, false },
+        { "diff-drivers", "echo '* diff=evil' > .gitattributes && git config diff.evil.textconv PROGRAM"
+                          " && git config diff.evil.command PROGRAM && git config diff.external PROGRAM && echo two >> file", false },
+        { "prompts", "git config credential.helper '!PROGRAM' && git config core.editor PROGRAM && git config core.pager PROGRAM"
+                     " && git config core.askPass PROGRAM && git config core.sshCommand PROGRAM && echo two >> file", false },
+    };
+    for (const Vector& vector : vectors) {
+        SCOPED_TRACE(vector.name);
+        auto repository = published(vector.name);
+        auto marker = folder.file(vector.name + "-ran");
+        folder.write(vector.name + "-program", "#!/bin/sh\ntouch '" + marker + "'\ncat\n", 0755);
+        std::string setup = vector.setup;
+        for (auto at = setup.find("PROGRAM"); at != std::string::npos; at = setup.find("PROGRAM", at))
+            setup.replace(at, 7, folder.file(vector.name + "-program"));
+        shell(repository, setup);
+        if (vector.plainStatusRunsIt) {
+            shell(repository, "GIT_OPTIONAL_LOCKS=0 git status --porcelain=v2 >/dev/null 2>&1 || true");
+            ASSERT_TRUE(std::filesystem::exists(marker)) << "git itself should run it";
+            std::filesystem::remove(marker);
+        }
+        auto state = reader().read(repository, Date {});
+        EXPECT_NE(state.status(), nullptr) << (state.failure() ? state.failure()->text : "");
+        EXPECT_FALSE(std::filesystem::exists(marker));
+    }
+}
+
+// A partial clone fetches what it lacks from its remote, here through the repository's own ssh
+// command, when git status looks for renames among staged files.
+TEST_F(RepositoryReaderTest, APartialCloneReadsWithoutFetching)
+{
+    auto marker = folder.file("ssh-ran");
+    folder.write("ssh", "#!/bin/sh\ntouch '" + marker + "'\nexit 1\n", 0755);
+    shell(folder.path(), "git init -q -b main source && cd source && seq 1 40 > a && git add a && git commit -qm a"
+                         " && git config uploadpack.allowfilter true && cd .."
+                         " && git clone -q --no-checkout --filter=blob:none \"file://$PWD/source\" partial && cd partial"
+                         " && git read-tree HEAD && git rm -q --cached a && seq 1 39 > b && git add b"
+                         " && git remote set-url origin ssh://example.invalid/x && git config core.sshCommand " + folder.file("ssh"));
+    shell(folder.file("partial"), "GIT_OPTIONAL_LOCKS=0 git status --porcelain=v2 >/dev/null 2>&1 || true");
+    ASSERT_TRUE(std::filesystem::exists(marker)) << "git itself should fetch";
+    std::filesystem::remove(marker);
+
+    auto partial = status(folder.file("partial"));
+    EXPECT_FALSE(std::filesystem::exists(marker));
+    ASSERT_EQ(partial.changes.size(), 2u);
+    EXPECT_EQ(partial.changes[0].kind, Kind::deleted);
+    EXPECT_EQ(partial.changes[1].kind, Kind::added);
+}
+
+TEST_F(RepositoryReaderTest, TheRepositorysProgramsAreListedWithoutTheUsersOwn)
+{
+    using namespace std::string_literals;
+    auto programs = RepositoryReader::programsFromListing("global\0filter.lfs.clean\0local\0filter.a.b.clean\0"
+                                                          "worktree\0filter.a.b.process\0local\0remote.origin.promisor\0"s);
+    EXPECT_TRUE(programs.partialClone);
+    EXPECT_FALSE(programs.tooMany);
+    std::map<std::string, std::string> settings;
+    for (int index = 0; index < std::stoi(programs.overrides.at("GIT_CONFIG_COUNT")); ++index)
+        settings[programs.overrides.at("GIT_CONFIG_KEY_" + std::to_string(index))] = programs.overrides.at("GIT_CONFIG_VALUE_" + std::to_string(index));
+    EXPECT_EQ(settings.count("filter.lfs.clean"), 0u);
+    EXPECT_EQ(settings.at("filter.a.b.clean"), "");
+    EXPECT_EQ(settings.at("filter.a.b.process"), "");
+    EXPECT_EQ(settings.at("filter.a.b.required"), "false");
+    EXPECT_EQ(settings.at("core.fsmonitor"), "false");
+
+    std::string many;
+    for (size_t index = 0; index <= RepositoryReader::maximumPrograms; ++index)
+        many += "local\0diff.d"s + std::to_string(index) + ".textconv\0"s;
+    EXPECT_TRUE(RepositoryReader::programsFromListing(many).tooMany);
+}
+
 TEST_F(RepositoryReaderTest, MonitorReadsChosenFoldersWhileWantedAndDropsStaleResults)
 {
     auto repository = published("watched");
