@@ -61,9 +61,9 @@ std::optional<AIUsageLimit> decodeLimit(const Json& object, Date said)
     if (const Json* window = either(object, "window_minutes", "windowDurationMins"); window && window->is_number())
         limit.windowMinutes = static_cast<int64_t>(std::llround(window->get<double>()));
     if (const Json* at = either(object, "resets_at", "resetsAt"); at && at->is_number())
-        limit.resetsAt = dateFromMillis(static_cast<int64_t>(at->get<double>() * 1000));
+        limit.resetsAt = dateFromSeconds(at->get<double>());
     else if (const Json* in = either(object, "resets_in_seconds", "resetsInSeconds"); in && in->is_number())
-        limit.resetsAt = dateAfter(said, Seconds(in->get<double>()));
+        limit.resetsAt = dateFromSeconds(std::chrono::duration<double>(said.time_since_epoch()).count() + in->get<double>());
     return limit;
 }
 

@@ -47,7 +47,7 @@ std::optional<Date> moment(const Json& object, const char* key)
     if (found == object.end())
         return std::nullopt;
     if (found->is_number())
-        return dateFromMillis(static_cast<int64_t>(found->get<double>() * 1000));
+        return dateFromSeconds(found->get<double>());
     if (found->is_string())
         if (auto millis = parseISODate(found->get<std::string>()))
             return dateFromMillis(*millis);

@@ -58,9 +58,24 @@ int64_t millisSince1970(Date date)
     return std::chrono::duration_cast<std::chrono::milliseconds>(date.time_since_epoch()).count();
 }
 
+namespace {
+constexpr int64_t dateLimitMillis = std::chrono::duration_cast<std::chrono::milliseconds>(Date::duration::max()).count() - 1;
+}
+
 Date dateFromMillis(int64_t millis)
 {
+    millis = std::clamp(millis, -dateLimitMillis, dateLimitMillis);
     return Date(std::chrono::duration_cast<Date::duration>(std::chrono::milliseconds(millis)));
+}
+
+Date dateFromSeconds(double seconds)
+{
+    double millis = seconds * 1000;
+    if (!(millis > -double(dateLimitMillis)))
+        return dateFromMillis(-dateLimitMillis);
+    if (!(millis < double(dateLimitMillis)))
+        return dateFromMillis(dateLimitMillis);
+    return dateFromMillis(static_cast<int64_t>(millis));
 }
 
 std::optional<int64_t> parseISODate(std::string_view text)

@@ -30,7 +30,10 @@ namespace kestrune {
 inline constexpr int64_t aiUsageBlockMillis = 5 * 3600 * 1000;
 
 [[nodiscard]] int64_t millisSince1970(Date date);
+// Times from other tools' files are held within what a Date can hold (about the years 1678 to
+// 2262), so a garbled one is a far-off date rather than an overflow.
 [[nodiscard]] Date dateFromMillis(int64_t millis);
+[[nodiscard]] Date dateFromSeconds(double seconds);
 
 // "2025-06-02T22:40:37.397Z", with or without fraction, "Z" or an offset such as "+02:00";
 // also "2026-03-01 10:00:00" (taken as UTC).
