@@ -30,6 +30,7 @@
 #include "KestruneDock/Desktop/SessionWatch.h"
 #include "KestruneDock/Dock/WorkspaceLinux.h"
 #include "KestruneDock/Panel/DockPanelController.h"
+#include "KestruneDock/Panel/FailureAlert.h"
 #include "KestruneDock/Panel/TileRasterQt.h"
 #include "KestruneDock/SystemDock/SystemDockHandover.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
@@ -226,6 +227,11 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     menuBarIconWatch_ = preferences_->addObserver([this](const std::string& key) {
         if (key == SettingsWindow::showMenuBarIconKey)
             showMenuBarIcon(preferences_->boolValue(SettingsWindow::showMenuBarIconKey).value_or(true));
+        // The dock goes on with a change that could not be saved; the user hears once per reason.
+        auto failure = preferences_->saveFailure();
+        if (failure && failure != shownSaveFailure_)
+            runtime_->post([why = *failure] { showFailure(QStringLiteral("Couldn’t save your settings."), why); });
+        shownSaveFailure_ = failure;
     });
 
     if (settingsArgument)

@@ -118,6 +118,7 @@ private:
     std::unique_ptr<SettingsWindow> settingsWindow_;
     std::unique_ptr<WelcomeWindow> welcome_;
     uint64_t menuBarIconWatch_ = 0;
+    std::optional<std::string> shownSaveFailure_;
     std::string loginEntryPath_;
     std::unique_ptr<SessionWatch> sessionWatch_;
     std::unique_ptr<DisplaySleepWatch> displaySleepWatch_;

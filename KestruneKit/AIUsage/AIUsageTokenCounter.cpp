@@ -107,7 +107,9 @@ AIUsageTokenUse AIUsageLogCounter::count(const AIUsageWindows& windows)
                 forget(path);
             }
             mark.stamp = stamp;
-            readFile(path, stamp, windows);
+            // One it may not open now is looked at again next time, not taken as read.
+            if (!readFile(path, stamp, windows))
+                mark.stamp = {};
         });
     replies_.prune(windows.earliest);
     hasCounted_ = true;
@@ -132,16 +134,16 @@ void AIUsageLogCounter::grow(size_t capacity)
     capacity_ = capacity;
 }
 
-void AIUsageLogCounter::readFile(const std::string& path, const AIUsageFileStamp& stamp, const AIUsageWindows& windows)
+bool AIUsageLogCounter::readFile(const std::string& path, const AIUsageFileStamp& stamp, const AIUsageWindows& windows)
 {
     UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW));
     if (!fd)
-        return;
+        return false;
     ++filesOpened_;
     auto& mark = marks_[path];
     if (reading(path) == Reading::wholeFile) {
         if (stamp.size > largestWholeFile)
-            return;
+            return true;
         std::string text(stamp.size + aiUsageReadPadding, '\0');
         size_t filled = 0;
         while (filled < stamp.size) {
@@ -154,7 +156,7 @@ void AIUsageLogCounter::readFile(const std::string& path, const AIUsageFileStamp
         }
         consume(path, std::string_view(text.data(), filled), text.size(), windows);
         mark.offset = filled;
-        return;
+        return true;
     }
     if (capacity_ < chunkSize)
         grow(chunkSize);
@@ -206,6 +208,7 @@ void AIUsageLogCounter::readFile(const std::string& path, const AIUsageFileStamp
         buffer_.reset();
         capacity_ = 0;
     }
+    return true;
 }
 
 } // namespace kestrune

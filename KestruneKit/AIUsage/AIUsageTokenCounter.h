@@ -87,7 +87,8 @@ protected:
     bool hasCounted_ = false;
 
 private:
-    void readFile(const std::string& path, const AIUsageFileStamp& stamp, const AIUsageWindows& windows);
+    // False when the file could not be opened.
+    bool readFile(const std::string& path, const AIUsageFileStamp& stamp, const AIUsageWindows& windows);
     void grow(size_t capacity);
 
     std::map<std::string, Mark> marks_;

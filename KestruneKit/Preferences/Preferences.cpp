@@ -1,9 +1,9 @@
 #include "KestruneKit/Preferences/Preferences.h"
 
 #include <cerrno>
+#include <cstring>
 #include <cmath>
 #include <ctime>
-#include <fstream>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -180,18 +180,22 @@ std::string JSONFilePreferences::folder()
     return homeFolder() + "/.config/kestrune-dock";
 }
 
-JSONFilePreferences::JSONFilePreferences(std::string path) : path_(std::move(path)) { load(); }
-
-void JSONFilePreferences::load()
+JSONFilePreferences::JSONFilePreferences(std::string path) : path_(std::move(path))
 {
+    if (load(entries_) == Loaded::unreadable)
+        fail("Your settings in " + path_ + " can’t be read, so nothing is saved over them");
+}
+
+JSONFilePreferences::Loaded JSONFilePreferences::load(Entries& into)
+{
+    errno = 0;
     auto text = readWholeFile(path_);
-    entries_.clear();
     if (!text)
-        return;
+        return errno == ENOENT || errno == ENOTDIR ? Loaded::missing : Loaded::unreadable;
     auto json = Json::parse(*text, nullptr, false);
     if (!json.is_object()) {
-        // Kept aside under a new name for the user or us to look at; the domain starts empty
-        // rather than failing every read, and nothing else is touched.
+        // Kept aside under a new name for the user or us to look at, rather than failing every
+        // read; nothing else is touched.
         std::time_t now = std::time(nullptr);
         std::tm parts {};
         localtime_r(&now, &parts);
@@ -202,10 +206,12 @@ void JSONFilePreferences::load()
             aside = fmt::format("{}.damaged-{}-{}", path_, stamp, suffix);
         if (::rename(path_.c_str(), aside.c_str()) == 0)
             setAside_ = aside;
-        return;
+        return Loaded::damaged;
     }
+    into.clear();
     for (const auto& [key, value] : json.items())
-        entries_[key] = value.dump();
+        into[key] = value.dump();
+    return Loaded::file;
 }
 
 std::optional<PreferenceValue> JSONFilePreferences::value(std::string_view key) const
@@ -214,59 +220,99 @@ std::optional<PreferenceValue> JSONFilePreferences::value(std::string_view key) 
     return found == entries_.end() ? std::nullopt : decode(found->second);
 }
 
-bool JSONFilePreferences::update(const std::function<void()>& change)
+bool JSONFilePreferences::fail(std::string text)
 {
+    saveFailure_ = std::move(text);
+    return false;
+}
+
+bool JSONFilePreferences::save()
+{
+    auto before = entries_;
+    for (const auto& [key, text] : pending_)
+        if (text)
+            entries_[key] = *text;
+        else
+            entries_.erase(key);
+    bool saved = write();
+    // Collected first: an observer may change the domain again while it hears.
+    std::vector<std::string> changed;
+    for (const auto& [key, text] : entries_)
+        if (auto old = before.find(key); old == before.end() || old->second != text)
+            changed.push_back(key);
+    for (const auto& [key, text] : before)
+        if (!entries_.count(key))
+            changed.push_back(key);
+    for (const auto& key : changed)
+        notify(key);
+    return saved;
+}
+
+bool JSONFilePreferences::write()
+{
+    auto failWith = [&](int error) {
+        std::string folder = parentFolder(path_);
+        if (error == EACCES || error == EPERM || error == EROFS)
+            return fail("Your settings can’t be saved, as " + folder + " is read-only. Changes are kept while the app runs");
+        if (error == ENOSPC || error == EDQUOT)
+            return fail("Your settings can’t be saved, as the disk is full. Changes are kept while the app runs");
+        return fail("Your settings can’t be saved: " + std::string(std::strerror(error)) + ". Changes are kept while the app runs");
+    };
     if (!createFolders(parentFolder(path_)))
-        return false;
+        return failWith(errno);
     UniqueFd lock(::open((path_ + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644));
     if (!lock)
-        return false;
+        return failWith(errno);
     while (::flock(lock.get(), LOCK_EX) != 0)
         if (errno != EINTR)
-            return false;
+            return failWith(errno);
     // What another process wrote since we last looked is taken in first, so that writing our
-    // change does not undo theirs.
-    auto before = entries_;
-    load();
-    change();
+    // changes does not undo theirs. A file that cannot be read is never written over; one that
+    // turned to garbage was kept aside, and what we hold is written in its place.
+    Entries disk;
+    switch (load(disk)) {
+    case Loaded::unreadable:
+        return fail("Your settings in " + path_ + " can’t be read, so nothing is saved over them");
+    case Loaded::damaged:
+        disk = entries_;
+        break;
+    case Loaded::missing:
+    case Loaded::file:
+        break;
+    }
+    for (const auto& [key, text] : pending_)
+        if (text)
+            disk[key] = *text;
+        else
+            disk.erase(key);
+    entries_ = std::move(disk);
     Json object = Json::object();
     for (const auto& [key, text] : entries_)
         object[key] = Json::parse(text, nullptr, false);
     // Nothing new is not written: a rewrite would wake every follower of the file (our own among
     // them), which would synchronize and write again, for ever.
     std::string text = object.dump(2) + "\n";
-    std::ifstream current(path_, std::ios::binary);
-    std::string onDisk((std::istreambuf_iterator<char>(current)), std::istreambuf_iterator<char>());
-    bool written = (current && onDisk == text) || !writeFileAtomically(path_, text);
-    ::flock(lock.get(), LOCK_UN);
-    for (const auto& [key, text] : entries_)
-        if (auto old = before.find(key); old == before.end() || old->second != text)
-            notify(key);
-    for (const auto& [key, text] : before)
-        if (!entries_.count(key))
-            notify(key);
-    return written;
+    if (readWholeFile(path_) != text)
+        if (auto error = writeFileAtomically(path_, text))
+            return failWith(*error);
+    pending_.clear();
+    saveFailure_.reset();
+    return true;
 }
 
 void JSONFilePreferences::set(std::string_view key, PreferenceValue value)
 {
     std::string text = encode(value);
-    update([&] {
-        if (text == "null")
-            entries_.erase(std::string(key));
-        else
-            entries_[std::string(key)] = text;
-    });
+    pending_[std::string(key)] = text == "null" ? std::nullopt : std::optional(text);
+    save();
 }
 
 void JSONFilePreferences::remove(std::string_view key)
 {
-    update([&] { entries_.erase(std::string(key)); });
+    pending_[std::string(key)] = std::nullopt;
+    save();
 }
 
-bool JSONFilePreferences::synchronize()
-{
-    return update([] {});
-}
+bool JSONFilePreferences::synchronize() { return save(); }
 
 } // namespace kestrune

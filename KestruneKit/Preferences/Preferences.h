@@ -50,6 +50,8 @@ public:
     virtual void remove(std::string_view key) = 0;
     // Writes what is pending and reads what others wrote; false when the store cannot be written.
     virtual bool synchronize() = 0;
+    // Why changes are not reaching the disk, in words for the user; none while they are.
+    [[nodiscard]] virtual std::optional<std::string> saveFailure() const { return std::nullopt; }
 
     // Typed reads: none when the key is missing or holds another type. Numbers convert between
     // integer and double, as the standard preferences system does.
@@ -85,16 +87,28 @@ public:
     [[nodiscard]] const std::string& path() const { return path_; }
     // Where a damaged file was kept aside when it was last loaded; empty when none was.
     [[nodiscard]] const std::string& setAside() const { return setAside_; }
+    // Why the last write did not reach the disk, in words for the user; none once one has. The
+    // changes are kept meanwhile, and written by the next write or synchronize that can.
+    [[nodiscard]] std::optional<std::string> saveFailure() const override { return saveFailure_; }
 
 private:
-    // Under the domain's lock: read the file, apply `change` to it, write it back.
-    bool update(const std::function<void()>& change);
-    void load();
+    using Entries = std::map<std::string, std::string, std::less<>>;
+    enum class Loaded { file, missing, damaged, unreadable };
+
+    // Takes the pending changes at once, then, under the domain's lock, reads the file, puts
+    // them over it and writes it back.
+    bool save();
+    bool write();
+    Loaded load(Entries& into);
+    bool fail(std::string text);
 
     std::string path_;
     std::string setAside_;
+    std::optional<std::string> saveFailure_;
     // Everything in the file, our keys and keys we do not know, as JSON text per key, in order.
-    std::map<std::string, std::string, std::less<>> entries_;
+    Entries entries_;
+    // Our changes not yet on disk: a value, or none for a removal.
+    std::map<std::string, std::optional<std::string>, std::less<>> pending_;
 };
 
 } // namespace kestrune

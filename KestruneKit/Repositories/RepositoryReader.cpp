@@ -295,6 +295,10 @@ RepositoryState RepositoryReader::read(const std::string& folder, Date now) cons
     }
     if (status.status != 0) {
         state.reading = failureFromErrorOutput(status.errorOutput);
+        // Git takes a git folder it may not read for no repository at all.
+        std::string gitEntry = folder + "/.git";
+        if (state.failure()->problem == RepositoryProblem::notRepository && exists(gitEntry) && ::access(gitEntry.c_str(), R_OK) != 0)
+            state.reading = repositoryFailure(RepositoryProblem::noAccess);
         return state;
     }
 

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -110,5 +111,54 @@ bool eventually(const std::function<bool()>& done, double seconds)
     }
     return true;
 }
+
+bool ordinaryUser() { return ::geteuid() != 0; }
+
+SmallDisk::SmallDisk()
+{
+    if (const char* given = std::getenv("KESTRUNE_TEST_SMALL_DISK"); given && *given) {
+        path_ = std::string(given) + "/disk-" + std::to_string(::getpid()) + "-" + std::to_string(::rand());
+        if (::mkdir(path_.c_str(), 0700) != 0)
+            path_.clear();
+        return;
+    }
+    if (ordinaryUser())
+        return;
+    char name[] = "/tmp/kestrune-disk-XXXXXX";
+    if (!::mkdtemp(name))
+        return;
+    path_ = name;
+    mounted_ = std::system(("mount -t tmpfs -o size=256k tmpfs " + path_ + " 2>/dev/null").c_str()) == 0;
+    if (!mounted_) {
+        ::rmdir(name);
+        path_.clear();
+    }
+}
+
+SmallDisk::~SmallDisk()
+{
+    if (path_.empty())
+        return;
+    makeRoom();
+    if (mounted_)
+        (void)std::system(("umount " + path_).c_str());
+    std::error_code ignored;
+    std::filesystem::remove_all(path_, ignored);
+}
+
+void SmallDisk::fill() const
+{
+    int fd = ::open((path_ + "/filler").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    std::string block(4096, 'x');
+    while (fd >= 0 && ::write(fd, block.data(), block.size()) > 0) {
+    }
+    // The last partial block too.
+    while (fd >= 0 && ::write(fd, block.data(), 1) > 0) {
+    }
+    if (fd >= 0)
+        ::close(fd);
+}
+
+void SmallDisk::makeRoom() const { ::unlink((path_ + "/filler").c_str()); }
 
 } // namespace kestrune::test

@@ -35,6 +35,29 @@ private:
 // configuration; a failing script fails the test with its output. Returns standard output.
 std::string shell(const std::string& folder, const std::string& script, const Environment& extra = {});
 
+// Permission failures cannot be seen as root: tests of them skip unless run as an ordinary
+// user, which scripts/test does for the tests named "...AsAnOrdinaryUser".
+[[nodiscard]] bool ordinaryUser();
+
+// A small file system to fill: $KESTRUNE_TEST_SMALL_DISK when set (scripts/test mounts one), else
+// a tmpfs mounted on a new folder when running as root; none when neither can be had.
+class SmallDisk {
+public:
+    SmallDisk();
+    ~SmallDisk();
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    [[nodiscard]] bool available() const { return !path_.empty(); }
+    [[nodiscard]] const std::string& path() const { return path_; }
+    // Writes a filler file until the disk has no room left.
+    void fill() const;
+    void makeRoom() const;
+
+private:
+    std::string path_;
+    bool mounted_ = false;
+};
+
 // Waits, up to a generous bound, until `done` holds; returns whether it did.
 [[nodiscard]] bool eventually(const std::function<bool()>& done, double seconds = 20);
 

@@ -84,6 +84,27 @@ TEST_F(AIUsageCountersTest, ClaudeReadsOnlyCompleteLinesAndRereadsARewrittenFile
     EXPECT_EQ(counter.filesOpened(), 2u);
 }
 
+TEST_F(AIUsageCountersTest, LogsItMayNotReadAreSkippedUntilItCanAsAnOrdinaryUser)
+{
+    if (!test::ordinaryUser())
+        GTEST_SKIP() << "root reads anything";
+    AIUsageClaudeCounter counter(home.path());
+    auto before = counter.count(windows).week;
+    std::string path = home.path() + "/.claude/projects/-Users-a-p/closed.jsonl";
+    append(path, claudeLine("c1", "2026-08-19T11:50:00.000Z", 70, 0));
+    ::chmod(path.c_str(), 0);
+    EXPECT_EQ(counter.count(windows).week, before);
+    ::chmod(path.c_str(), 0644);
+    EXPECT_EQ(counter.count(windows).week, before + 70);
+
+    std::string projects = home.path() + "/.claude/projects";
+    ::chmod(projects.c_str(), 0);
+    AIUsageClaudeCounter closed(home.path());
+    EXPECT_EQ(closed.count(windows).week, 0);
+    ::chmod(projects.c_str(), 0755);
+    EXPECT_EQ(closed.count(windows).week, before + 70);
+}
+
 TEST_F(AIUsageCountersTest, ClaudeStreamsAHugeFileInBoundedMemory)
 {
     // 2 GiB, mostly a hole: one reply, a 2 GiB line of nothing, another reply.

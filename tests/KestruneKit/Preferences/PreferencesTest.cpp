@@ -100,6 +100,61 @@ TEST_F(PreferencesTest, ObserversHearTheirOwnChangesAndOthersOnSynchronize)
     EXPECT_EQ(heard.size(), 2u);
 }
 
+// A change that cannot reach the disk is kept, said, and written by the next write that can;
+// the file on disk is never left half-written or replaced by less than it held.
+TEST_F(PreferencesTest, AReadOnlyFolderKeepsChangesUntilTheyCanBeSavedAsAnOrdinaryUser)
+{
+    if (!test::ordinaryUser())
+        GTEST_SKIP() << "root writes anywhere";
+    folder.write("prefs/app.quillane.dock.json", R"({"edge": "left"})");
+    JSONFilePreferences preferences(path);
+    ::chmod(folder.file("prefs").c_str(), 0555);
+    preferences.set("iconSize", 40.0);
+    EXPECT_EQ(preferences.doubleValue("iconSize"), 40.0);
+    EXPECT_EQ(preferences.saveFailure(), "Your settings can’t be saved, as " + folder.file("prefs") + " is read-only. Changes are kept while the app runs");
+    EXPECT_EQ(test::readFile(path), R"({"edge": "left"})");
+
+    ::chmod(folder.file("prefs").c_str(), 0755);
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(preferences.saveFailure(), std::nullopt);
+    EXPECT_EQ(JSONFilePreferences(path).doubleValue("iconSize"), 40.0);
+    EXPECT_EQ(JSONFilePreferences(path).stringValue("edge"), "left");
+
+    // A file it may not read is never written over, however much is changed.
+    ::chmod(path.c_str(), 0);
+    JSONFilePreferences locked(path);
+    locked.set("edge", std::string("bottom"));
+    EXPECT_EQ(locked.stringValue("edge"), "bottom");
+    EXPECT_EQ(locked.saveFailure(), "Your settings in " + path + " can’t be read, so nothing is saved over them");
+    ::chmod(path.c_str(), 0644);
+    EXPECT_EQ(JSONFilePreferences(path).doubleValue("iconSize"), 40.0);
+}
+
+TEST_F(PreferencesTest, AFullDiskKeepsTheOldFileWholeAsAnOrdinaryUser)
+{
+    test::SmallDisk disk;
+    if (!disk.available())
+        GTEST_SKIP() << "no small disk: set KESTRUNE_TEST_SMALL_DISK or run as root";
+    std::string onDisk = disk.path() + "/app.quillane.dock.json";
+    JSONFilePreferences preferences(onDisk);
+    preferences.set("edge", std::string("left"));
+    ASSERT_EQ(preferences.saveFailure(), std::nullopt);
+    std::string before = test::readFile(onDisk);
+
+    disk.fill();
+    preferences.set("pinned", std::vector<std::string>(2000, "/usr/share/applications/org.example.Application.desktop"));
+    EXPECT_EQ(preferences.saveFailure(), "Your settings can’t be saved, as the disk is full. Changes are kept while the app runs");
+    EXPECT_EQ(test::readFile(onDisk), before);
+    EXPECT_EQ(preferences.stringListValue("pinned")->size(), 2000u);
+    for (const auto& entry : std::filesystem::directory_iterator(disk.path()))
+        EXPECT_EQ(entry.path().string().find(".kestrune-"), std::string::npos) << "a half-written file was left: " << entry.path();
+
+    disk.makeRoom();
+    EXPECT_TRUE(preferences.synchronize());
+    EXPECT_EQ(JSONFilePreferences(onDisk).stringListValue("pinned")->size(), 2000u);
+    EXPECT_EQ(JSONFilePreferences(onDisk).stringValue("edge"), "left");
+}
+
 } // namespace
 } // namespace kestrune
 

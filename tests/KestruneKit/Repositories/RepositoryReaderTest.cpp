@@ -147,6 +147,27 @@ TEST_F(RepositoryReaderTest, FoldersThatCannotBeRead)
     EXPECT_EQ(noGit.read(folder.path(), Date {}).failure()->problem, RepositoryProblem::noGit);
 }
 
+TEST_F(RepositoryReaderTest, FoldersItMayNotReadAreNoAccessAsAnOrdinaryUser)
+{
+    if (!test::ordinaryUser())
+        GTEST_SKIP() << "root reads anything";
+    auto repository = published("closed");
+    auto problem = [&](const std::string& path) {
+        auto state = reader().read(path, Date {});
+        return state.failure() ? state.failure()->text : "read";
+    };
+    ::chmod(repository.c_str(), 0);
+    EXPECT_EQ(problem(repository), "No access");
+    ::chmod(folder.path().c_str(), 0);
+    EXPECT_EQ(problem(repository), "No access") << "inside a folder it may not enter";
+    ::chmod(folder.path().c_str(), 0700);
+    ::chmod(repository.c_str(), 0755);
+    ::chmod((repository + "/.git").c_str(), 0);
+    EXPECT_EQ(problem(repository), "No access") << "its git folder closed";
+    ::chmod((repository + "/.git").c_str(), 0755);
+    EXPECT_EQ(problem(repository), "read");
+}
+
 TEST_F(RepositoryReaderTest, AFolderOwnedByAnotherUserIsNotTrusted)
 {
     if (::geteuid() != 0)
