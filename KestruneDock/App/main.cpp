@@ -10,6 +10,7 @@
 #include <QThreadPool>
 
 #include "KestruneDock/App/AppDelegate.h"
+#include "KestruneDock/App/StallWatch.h"
 
 int main(int argc, char** argv)
 {
@@ -28,6 +29,8 @@ int main(int argc, char** argv)
     // on any machine, and they stay once started: an idle dock never starts or ends a thread.
     QThreadPool::globalInstance()->setMaxThreadCount(2);
     QThreadPool::globalInstance()->setExpiryTimeout(-1);
+
+    auto stallWatch = kestrune::StallWatch::fromEnvironment();
 
     std::vector<std::string> arguments(argv, argv + argc);
     kestrune::AppDelegate delegate(arguments);
