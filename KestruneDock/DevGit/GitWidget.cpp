@@ -9,6 +9,7 @@
 #include <QPainter>
 #include <QPlainTextEdit>
 #include <QPointer>
+#include <QPalette>
 #include <QPushButton>
 #include <QVBoxLayout>
 
@@ -172,7 +173,12 @@ void GitWidget::addActions(ListCard& card, WidgetMonitors& monitors, const std::
     auto* trust = new QLabel(QStringLiteral("Commit, Pull and Push run git as you set it up, hooks and filters included. "
                                             "Keeping this card up to date runs none of them."));
     trust->setWordWrap(true);
-    trust->setEnabled(false);
+    // Quieter than the card's own text, but readable: a disabled label's grey is too faint.
+    QPalette quiet = trust->palette();
+    QColor quieter = quiet.color(QPalette::WindowText);
+    quieter.setAlphaF(0.65);
+    quiet.setColor(QPalette::WindowText, quieter);
+    trust->setPalette(quiet);
     auto* layout = static_cast<QVBoxLayout*>(card.layout());
     layout->insertWidget(layout->count() - 1, message);
     layout->addWidget(trust);
