@@ -207,8 +207,17 @@ int main(int argc, char** argv)
     double elapsed = std::chrono::duration<double>(Clock::now() - soakStart).count();
     long rssEnd = smapsRollup(dock.pid())["Rss"];
     Usage usageEnd = usage(dock.pid());
+    // A read in progress has a child and its pipes for a moment, and a child that just ended is
+    // a zombie until it is reaped: the fewest over a few looks is what stays.
     Family familyEnd = familyOf(dock.pid());
     int descriptorsEnd = descriptors(dock.pid());
+    for (int look = 0; look < 6; ++look) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        Family family = familyOf(dock.pid());
+        familyEnd.children = std::min(familyEnd.children, family.children);
+        familyEnd.zombies = std::min(familyEnd.zombies, family.zombies);
+        descriptorsEnd = std::min(descriptorsEnd, descriptors(dock.pid()));
+    }
     dock.signalGroup(SIGTERM);
     dock.wait();
     std::string stalls = readAll(stallReport);
