@@ -285,10 +285,11 @@ std::optional<ClaudeBridge::Failure> ClaudeBridge::connect()
         if (!createFolders(place_.folder))
             return Failure::scriptNotWritten;
         OrderedJson value = previous == settings.end() ? OrderedJson(nullptr) : *previous;
-        std::string command = value.is_object() && value.value("type", "") == "command" && value.contains("command")
-                && value["command"].is_string()
-            ? value["command"].get<std::string>()
-            : std::string {};
+        auto field = [&](const char* key) {
+            auto found = value.is_object() ? value.find(key) : value.end();
+            return found != value.end() && found->is_string() ? found->get<std::string>() : std::string {};
+        };
+        std::string command = field("type") == "command" ? field("command") : std::string {};
         if (writeFileAtomically(status.previousValue(), value.dump() + "\n") || writeFileAtomically(status.previousCommand(), command))
             return Failure::scriptNotWritten;
     }

@@ -6,6 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "KestruneKit/Core/JsonFields.h"
 #include "KestruneKit/Core/RawNames.h"
 
 namespace kestrune {
@@ -56,10 +57,16 @@ std::optional<std::string> contextSocket(const std::filesystem::path& configFold
         return std::nullopt;
     for (const auto& entry : folders) {
         auto meta = readJson(entry.path() / "meta.json");
-        if (!meta || meta->value("Name", std::string {}) != context)
+        if (!meta || jsonText(*meta, "Name") != context)
             continue;
-        auto host = meta->value(nlohmann::json::json_pointer("/Endpoints/docker/Host"), std::string {});
-        return unixPath(host);
+        const nlohmann::json* at = &*meta;
+        for (const char* key : { "Endpoints", "docker" }) {
+            auto found = at->is_object() ? at->find(key) : at->end();
+            if (found == at->end())
+                return std::nullopt;
+            at = &*found;
+        }
+        return at->is_object() ? unixPath(jsonText(*at, "Host")) : std::nullopt;
     }
     return std::nullopt;
 }

@@ -24,6 +24,12 @@ namespace kestrune {
     return found != object.end() && found->is_number_integer() ? found->get<int>() : 0;
 }
 
+[[nodiscard]] inline bool jsonFlag(const nlohmann::json& object, const char* key, bool fallback)
+{
+    auto found = object.find(key);
+    return found != object.end() && found->is_boolean() ? found->get<bool>() : fallback;
+}
+
 // Strict, for our own stored records: an object whose values are all strings, or none.
 [[nodiscard]] inline std::optional<std::map<std::string, std::string>> jsonStringMap(const nlohmann::json& object)
 {

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "KestruneKit/Core/CountText.h"
+#include "KestruneKit/Core/JsonFields.h"
 
 namespace kestrune {
 
@@ -110,13 +111,14 @@ std::vector<Simulator> parseSimctlDevices(std::string_view json)
         if (!devices.is_array())
             continue;
         for (const auto& device : devices) {
-            if (!device.is_object() || !device.value("isAvailable", true) || !device.contains("udid") || !device["udid"].is_string())
+            if (!device.is_object() || !jsonFlag(device, "isAvailable", true) || jsonText(device, "udid").empty())
                 continue;
             Simulator simulator;
             simulator.kind = SimulatorKind::apple;
-            simulator.udid = device["udid"].get<std::string>();
-            simulator.name = device.value("name", simulator.udid) + " (" + system + ")";
-            if (device.value("state", "") == "Booted")
+            simulator.udid = jsonText(device, "udid");
+            std::string name = jsonText(device, "name");
+            simulator.name = (name.empty() ? simulator.udid : name) + " (" + system + ")";
+            if (jsonText(device, "state") == "Booted")
                 simulator.serial = simulator.udid;
             simulators.push_back(std::move(simulator));
         }
