@@ -61,19 +61,11 @@ int main(int argc, char** argv)
     movePointer(c, screen->root, 10, 10);
 
     std::set<int> before = processes();
-    kestrune::ChildProcessOptions options;
-    options.executable = argv[at];
-    options.arguments.assign(argv + at + 1, argv + argc);
-    options.output = kestrune::ChildStream::nullDevice;
-    options.error = kestrune::ChildStream::nullDevice;
-    options.grouping = kestrune::ChildGrouping::newProcessGroup;
     auto start = Clock::now();
-    auto spawned = kestrune::ChildProcess::spawn(options);
-    if (auto* failure = std::get_if<kestrune::SpawnFailure>(&spawned)) {
-        std::fprintf(stderr, "kestrune-dock-figures: %s\n", failure->description().c_str());
+    auto spawned = spawnDock("kestrune-dock-figures", argv + at, argv + argc);
+    if (!spawned)
         return 1;
-    }
-    auto& dock = *std::get<std::unique_ptr<kestrune::ChildProcess>>(spawned);
+    auto& dock = *spawned;
     std::optional<std::pair<xcb_window_t, Rect>> found;
     while (!(found = findDock(c, screen->root, type, dockType)) && Clock::now() - start < std::chrono::seconds(30))
         std::this_thread::sleep_for(std::chrono::milliseconds(2));

@@ -22,6 +22,8 @@
 #include <xcb/xcb.h>
 #include <xcb/xtest.h>
 
+#include "KestruneKit/Process/ChildProcess.h"
+
 namespace kestrune::bench {
 
 using Clock = std::chrono::steady_clock;
@@ -206,5 +208,23 @@ inline void movePointer(xcb_connection_t* c, xcb_window_t root, int x, int y)
     xcb_flush(c);
 }
 
+
+// Starts the dock's command in a process group of its own, its output dropped; none, said on
+// standard error under the tool's name, when it cannot start.
+inline std::unique_ptr<kestrune::ChildProcess> spawnDock(const char* tool, char** command, char** end)
+{
+    kestrune::ChildProcessOptions options;
+    options.executable = command[0];
+    options.arguments.assign(command + 1, end);
+    options.output = kestrune::ChildStream::nullDevice;
+    options.error = kestrune::ChildStream::nullDevice;
+    options.grouping = kestrune::ChildGrouping::newProcessGroup;
+    auto spawned = kestrune::ChildProcess::spawn(options);
+    if (auto* failure = std::get_if<kestrune::SpawnFailure>(&spawned)) {
+        std::fprintf(stderr, "%s: %s\n", tool, failure->description().c_str());
+        return nullptr;
+    }
+    return std::move(std::get<std::unique_ptr<kestrune::ChildProcess>>(spawned));
+}
 
 } // namespace kestrune::bench

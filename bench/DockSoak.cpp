@@ -130,18 +130,10 @@ int main(int argc, char** argv)
     xcb_atom_t dockType = atom(c, "_NET_WM_WINDOW_TYPE_DOCK");
     movePointer(c, screen->root, 10, 10);
 
-    kestrune::ChildProcessOptions options;
-    options.executable = argv[at];
-    options.arguments.assign(argv + at + 1, argv + argc);
-    options.output = kestrune::ChildStream::nullDevice;
-    options.error = kestrune::ChildStream::nullDevice;
-    options.grouping = kestrune::ChildGrouping::newProcessGroup;
-    auto spawned = kestrune::ChildProcess::spawn(options);
-    if (auto* failure = std::get_if<kestrune::SpawnFailure>(&spawned)) {
-        std::fprintf(stderr, "kestrune-dock-soak: %s\n", failure->description().c_str());
+    auto spawned = spawnDock("kestrune-dock-soak", argv + at, argv + argc);
+    if (!spawned)
         return 1;
-    }
-    auto& dock = *std::get<std::unique_ptr<kestrune::ChildProcess>>(spawned);
+    auto& dock = *spawned;
     auto start = Clock::now();
     std::optional<std::pair<xcb_window_t, Rect>> found;
     while (!(found = findDock(c, screen->root, type, dockType)) && Clock::now() - start < std::chrono::seconds(30))
