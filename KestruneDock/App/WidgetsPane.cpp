@@ -1,6 +1,8 @@
 #include "KestruneDock/App/WidgetsPane.h"
 
+#include <QCheckBox>
 #include <QComboBox>
+#include <QDateEdit>
 #include <QFileDialog>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -16,9 +18,12 @@
 #include <QVBoxLayout>
 
 #include "KestruneDock/DevGit/GitWidget.h"
+#include "KestruneDock/TimeWidgets/ClockWidget.h"
+#include "KestruneDock/TimeWidgets/CountdownWidget.h"
 #include "KestruneDock/WidgetViews/SummaryTile.h"
 #include "KestruneDock/WidgetViews/WidgetTile.h"
 #include "KestruneDock/Widgets/WidgetPaging.h"
+#include "KestruneKit/Calendar/CivilTime.h"
 #include "KestruneKit/Preferences/Preferences.h"
 
 namespace kestrune {
@@ -31,7 +36,7 @@ constexpr int kindRole = Qt::UserRole + 2;
 QString text(std::string_view words) { return QString::fromUtf8(words.data(), static_cast<qsizetype>(words.size())); }
 
 // The options pages, by what the selected widget can set.
-enum OptionsPage { noOptions, gitOptions, devServersOptions, endpointsOptions };
+enum OptionsPage { noOptions, gitOptions, devServersOptions, endpointsOptions, clockOptions, countdownOptions };
 
 } // namespace
 
@@ -197,6 +202,51 @@ WidgetsPane::WidgetsPane(WidgetStore& store, Preferences& preferences, WidgetMon
     endpointsLayout->addWidget(addresses_, 1);
     endpointsLayout->addWidget(addressesSave_, 0, Qt::AlignTop);
     options_->addWidget(endpointsPage);
+    auto setSelected = [this](std::string_view key, const std::string& value) {
+        if (auto id = selected())
+            store_.setOption(*id, std::string(key), value);
+    };
+    auto* clockPage = new QWidget;
+    auto* clockLayout = new QVBoxLayout(clockPage);
+    clockLayout->setContentsMargins(0, 0, 0, 0);
+    clockSeconds_ = new QCheckBox(QStringLiteral("Show seconds"));
+    clockHours24_ = new QCheckBox(QStringLiteral("24-hour clock"));
+    clockZones_ = new QLineEdit;
+    clockZones_->setAccessibleName(QStringLiteral("Time zones"));
+    clockZones_->setPlaceholderText(QStringLiteral("America/New_York Europe/London Asia/Tokyo"));
+    clockZones_->setToolTip(QStringLiteral("The World face's zones, by their IANA names"));
+    QObject::connect(clockSeconds_, &QCheckBox::clicked, this, [setSelected](bool on) {
+        setSelected(ClockWidget::secondsOption, on ? "true" : "false");
+    });
+    QObject::connect(clockHours24_, &QCheckBox::clicked, this, [setSelected](bool on) {
+        setSelected(ClockWidget::hours24Option, on ? "true" : "false");
+    });
+    QObject::connect(clockZones_, &QLineEdit::editingFinished, this, [this, setSelected] {
+        setSelected(ClockWidget::zonesOption, clockZones_->text().trimmed().toStdString());
+    });
+    clockLayout->addWidget(clockSeconds_);
+    clockLayout->addWidget(clockHours24_);
+    clockLayout->addWidget(clockZones_);
+    options_->addWidget(clockPage);
+    auto* countdownPage = new QWidget;
+    auto* countdownLayout = new QHBoxLayout(countdownPage);
+    countdownLayout->setContentsMargins(0, 0, 0, 0);
+    countdownTitle_ = new QLineEdit;
+    countdownTitle_->setAccessibleName(QStringLiteral("Title"));
+    countdownTitle_->setPlaceholderText(QStringLiteral("Countdown"));
+    countdownDate_ = new QDateEdit;
+    countdownDate_->setAccessibleName(QStringLiteral("Date"));
+    countdownDate_->setCalendarPopup(true);
+    countdownDate_->setDisplayFormat(QStringLiteral("yyyy-MM-dd"));
+    QObject::connect(countdownTitle_, &QLineEdit::editingFinished, this, [this, setSelected] {
+        setSelected(CountdownWidget::titleOption, countdownTitle_->text().trimmed().toStdString());
+    });
+    QObject::connect(countdownDate_, &QDateEdit::editingFinished, this, [this, setSelected] {
+        setSelected(CountdownWidget::dateOption, countdownDate_->date().toString(Qt::ISODate).toStdString());
+    });
+    countdownLayout->addWidget(countdownTitle_, 1);
+    countdownLayout->addWidget(countdownDate_);
+    options_->addWidget(countdownPage);
     form->addRow(QStringLiteral("Options"), options_);
     inDockLayout->addWidget(row_, 1);
     inDockLayout->addLayout(buttons);
@@ -358,6 +408,17 @@ void WidgetsPane::showSelection()
     } else if (instance && instance->kind == WidgetKind::devServers) {
         ignoredPorts_->setText(option(SummaryTile::ignoredPortsOption));
         options_->setCurrentIndex(devServersOptions);
+    } else if (instance && instance->kind == WidgetKind::clock) {
+        const ClockSettings settings = ClockWidget::settingsOf(*instance);
+        clockSeconds_->setChecked(settings.seconds);
+        clockHours24_->setChecked(settings.hours24);
+        clockZones_->setText(option(ClockWidget::zonesOption));
+        options_->setCurrentIndex(clockOptions);
+    } else if (instance && instance->kind == WidgetKind::countdown) {
+        countdownTitle_->setText(option(CountdownWidget::titleOption));
+        auto day = parseDay(option(CountdownWidget::dateOption).toStdString());
+        countdownDate_->setDate(day ? QDate(day->year, day->month, day->day) : QDate::currentDate().addDays(30));
+        options_->setCurrentIndex(countdownOptions);
     } else {
         options_->setCurrentIndex(noOptions);
     }

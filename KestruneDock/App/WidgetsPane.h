@@ -1,7 +1,7 @@
 #pragma once
 // The settings window's "Widgets" pane: the widgets in the dock in their order, to move, remove,
 // give another face (seen at once in a live preview of the tile) or set their options (a Git widget's folder, the ports Dev Servers leaves
-// out); the gallery by category with an add button per kind; the presets, each replacing the row
+// out, a clock's seconds and zones, a countdown's date); the gallery by category with an add button per kind; the presets, each replacing the row
 // with its widgets; and what happens when the row does not fit. Every change goes through the
 // widget store at once, and the pane follows changes made elsewhere (`kestrune widgets …`).
 //
@@ -20,7 +20,9 @@
 
 #include "KestruneDock/Widgets/WidgetStore.h"
 
+class QCheckBox;
 class QComboBox;
+class QDateEdit;
 class QPainter;
 class QFormLayout;
 class QLabel;
@@ -100,6 +102,11 @@ private:
     QLineEdit* ignoredPorts_ = nullptr;
     QPlainTextEdit* addresses_ = nullptr;
     QPushButton* addressesSave_ = nullptr;
+    QCheckBox* clockSeconds_ = nullptr;
+    QCheckBox* clockHours24_ = nullptr;
+    QLineEdit* clockZones_ = nullptr;
+    QLineEdit* countdownTitle_ = nullptr;
+    QDateEdit* countdownDate_ = nullptr;
     QStackedWidget* options_ = nullptr;
     QComboBox* category_ = nullptr;
     QListWidget* gallery_ = nullptr;

@@ -11,6 +11,10 @@
 #include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/TimeWidgets/ClockWidget.h"
+#include "KestruneDock/TimeWidgets/CountdownWidget.h"
+#include "KestruneDock/TimeWidgets/MoonWidget.h"
+#include "KestruneDock/TimeWidgets/ProgressWidget.h"
 #include "KestruneDock/WidgetViews/SummaryTile.h"
 
 namespace kestrune {
@@ -214,6 +218,14 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     switch (instance.kind) {
     case WidgetKind::git:
         return std::make_unique<GitWidget>(instance, monitors);
+    case WidgetKind::clock:
+        return std::make_unique<ClockWidget>(instance, monitors.runtime());
+    case WidgetKind::progress:
+        return std::make_unique<ProgressWidget>(instance, monitors.runtime());
+    case WidgetKind::moon:
+        return std::make_unique<MoonWidget>(instance, monitors.runtime());
+    case WidgetKind::countdown:
+        return std::make_unique<CountdownWidget>(instance, monitors.runtime());
     case WidgetKind::timestamp:
         return std::make_unique<TimestampWidget>(instance, monitors.runtime());
     case WidgetKind::github:

@@ -129,6 +129,10 @@ TEST(SettingsWindow, TheWidgetsPaneArrangesTheRowAddsFromTheGalleryAppliesPreset
     Q_EMIT face->activated(face->currentIndex());
     EXPECT_EQ(widgets.instances().back().style, "analog");
     EXPECT_EQ(pane->preview()->tile()->instance().style, "analog") << "the preview kept the face before";
+    // The clock's seconds, written at once and shown by the preview.
+    named<QCheckBox>(window, QStringLiteral("Show seconds"))->click();
+    EXPECT_EQ(widgets.instances().back().options.at("seconds"), "true");
+    EXPECT_EQ(pane->preview()->tile()->instance().options.at("seconds"), "true");
     auto* overflow = named<QComboBox>(window, QStringLiteral("When they don’t fit"));
     overflow->setCurrentIndex(1);
     Q_EMIT overflow->activated(1);
