@@ -70,6 +70,9 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::devServers:
     case WidgetMonitors::Source::aiUsage:
     case WidgetMonitors::Source::commands:
+    case WidgetMonitors::Source::systemStats:
+    case WidgetMonitors::Source::storage:
+    case WidgetMonitors::Source::processes:
         break;
     }
     return monitors.devServers().poller();
@@ -200,6 +203,9 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     }
     case WidgetMonitors::Source::aiUsage:
     case WidgetMonitors::Source::commands:
+    case WidgetMonitors::Source::systemStats:
+    case WidgetMonitors::Source::storage:
+    case WidgetMonitors::Source::processes:
         break;
     }
 }

@@ -7,6 +7,10 @@
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/Simulators/SimulatorsMonitor.h"
+#include "KestruneKit/SystemStats/ProcessesMonitor.h"
+#include "KestruneKit/SystemStats/StorageMonitor.h"
+#include "KestruneKit/SystemStats/SystemStatsSampler.h"
+#include "KestruneKit/Core/Environment.h"
 #include "KestruneKit/DevTools/ShellCommandRunner.h"
 #include "KestruneKit/Endpoints/EndpointsMonitor.h"
 #include "KestruneKit/GitHub/PullRequestsMonitor.h"
@@ -86,6 +90,33 @@ SimulatorsMonitor& WidgetMonitors::simulators()
     return *simulators_;
 }
 
+SystemStatsSampler& WidgetMonitors::systemStats()
+{
+    if (!systemStats_) {
+        systemStats_ = std::make_unique<SystemStatsSampler>(runtime_, std::make_unique<SystemStatsProbe>(homeFolder()));
+        systemStats_->onChange = [this] { systemStatsChanged_.notify(); };
+    }
+    return *systemStats_;
+}
+
+StorageMonitor& WidgetMonitors::storage()
+{
+    if (!storage_) {
+        storage_ = std::make_unique<StorageMonitor>(runtime_);
+        storage_->onChange = [this] { storageChanged_.notify(); };
+    }
+    return *storage_;
+}
+
+ProcessesMonitor& WidgetMonitors::processes()
+{
+    if (!processes_) {
+        processes_ = std::make_unique<ProcessesMonitor>(runtime_);
+        processes_->onChange = [this] { processesChanged_.notify(); };
+    }
+    return *processes_;
+}
+
 DevServersMonitor& WidgetMonitors::devServers()
 {
     if (!devServers_) {
@@ -128,6 +159,9 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::simulators: return simulatorsChanged_;
     case Source::aiUsage: return aiUsageChanged_;
     case Source::commands: return commandsChanged_;
+    case Source::systemStats: return systemStatsChanged_;
+    case Source::storage: return storageChanged_;
+    case Source::processes: return processesChanged_;
     }
     return containersChanged_;
 }

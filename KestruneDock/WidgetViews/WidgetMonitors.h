@@ -38,6 +38,9 @@ class PullRequestsMonitor;
 struct GitHubRequests;
 class RepositoriesMonitor;
 class SimulatorsMonitor;
+class SystemStatsSampler;
+class StorageMonitor;
+class ProcessesMonitor;
 
 class WidgetMonitors {
 public:
@@ -58,7 +61,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -69,6 +72,11 @@ public:
     [[nodiscard]] DevServersMonitor& devServers();
     [[nodiscard]] EndpointsMonitor& endpoints();
     [[nodiscard]] SimulatorsMonitor& simulators();
+    // The machine's load, sampled while a demand token is held; free space of each disk; the
+    // busiest processes.
+    [[nodiscard]] SystemStatsSampler& systemStats();
+    [[nodiscard]] StorageMonitor& storage();
+    [[nodiscard]] ProcessesMonitor& processes();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
     void setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses);
     // The application's AI usage engine, made at start-up (it collects in the background); none
@@ -106,6 +114,12 @@ private:
     ObserverList<> devServersChanged_;
     std::unique_ptr<SimulatorsMonitor> simulators_;
     ObserverList<> simulatorsChanged_;
+    std::unique_ptr<SystemStatsSampler> systemStats_;
+    ObserverList<> systemStatsChanged_;
+    std::unique_ptr<StorageMonitor> storage_;
+    ObserverList<> storageChanged_;
+    std::unique_ptr<ProcessesMonitor> processes_;
+    ObserverList<> processesChanged_;
     AIUsageEngine* aiUsage_ = nullptr;
     std::optional<ClaudeBridge::Place> claudeBridge_;
     std::unique_ptr<ShellCommandRunner> commands_;

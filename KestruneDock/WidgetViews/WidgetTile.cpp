@@ -11,6 +11,9 @@
 #include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/SystemWidgets/ActivityWidget.h"
+#include "KestruneDock/SystemWidgets/NetworkWidget.h"
+#include "KestruneDock/SystemWidgets/StorageWidget.h"
 #include "KestruneDock/TimeWidgets/ClockWidget.h"
 #include "KestruneDock/TimeWidgets/CountdownWidget.h"
 #include "KestruneDock/TimeWidgets/MoonWidget.h"
@@ -218,6 +221,13 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     switch (instance.kind) {
     case WidgetKind::git:
         return std::make_unique<GitWidget>(instance, monitors);
+    case WidgetKind::activity:
+        return std::make_unique<ActivityWidget>(instance, monitors);
+    case WidgetKind::network:
+        return std::make_unique<NetworkWidget>(instance, monitors);
+    case WidgetKind::storage:
+    case WidgetKind::drives:
+        return std::make_unique<StorageWidget>(instance, monitors);
     case WidgetKind::clock:
         return std::make_unique<ClockWidget>(instance, monitors.runtime());
     case WidgetKind::progress:

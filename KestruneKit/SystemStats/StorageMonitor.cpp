@@ -125,6 +125,10 @@ std::vector<StorageVolume> readStorage(const std::string& procRoot, const std::s
 {
     std::vector<StorageVolume> volumes;
     for (const MountEntry& mount : realMounts(parseMountInfo(readSmallFile(procRoot + "/self/mountinfo")))) {
+        // A container's bind-mounted files (/etc/hosts) sit on a disk too, but are no place to keep things.
+        std::error_code error;
+        if (!std::filesystem::is_directory(mount.mountPoint, error))
+            continue;
         struct statvfs info {};
         if (::statvfs(mount.mountPoint.c_str(), &info) != 0 || info.f_blocks == 0)
             continue;

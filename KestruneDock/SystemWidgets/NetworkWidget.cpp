@@ -1,0 +1,162 @@
+#include "KestruneDock/SystemWidgets/NetworkWidget.h"
+
+#include <cmath>
+
+#include <QDBusConnection>
+#include <QDBusInterface>
+#include <QDBusObjectPath>
+#include <QDBusReply>
+#include <QDBusVariant>
+#include <QLabel>
+#include <QPainter>
+#include <QVBoxLayout>
+
+#include "KestruneKit/SystemStats/NetworkInterfaces.h"
+#include "KestruneKit/SystemStats/StorageMonitor.h"
+
+namespace kestrune {
+
+namespace {
+
+QString text(const std::string& words)
+{
+    return QString::fromStdString(words);
+}
+
+const QString networkManager = QStringLiteral("org.freedesktop.NetworkManager");
+
+QVariant property(const QDBusConnection& bus, const QString& path, const QString& interface, const QString& name)
+{
+    QDBusInterface properties(networkManager, path, QStringLiteral("org.freedesktop.DBus.Properties"), bus);
+    properties.setTimeout(1000);
+    QDBusReply<QDBusVariant> reply = properties.call(QStringLiteral("Get"), interface, name);
+    return reply.isValid() ? reply.value().variant() : QVariant();
+}
+
+} // namespace
+
+std::optional<WifiNetwork> currentWifi(const QDBusConnection& bus)
+{
+    if (!bus.isConnected())
+        return std::nullopt;
+    QVariant devices = property(bus, QStringLiteral("/org/freedesktop/NetworkManager"), networkManager, QStringLiteral("AllDevices"));
+    const QDBusArgument list = devices.value<QDBusArgument>();
+    QList<QDBusObjectPath> paths;
+    if (list.currentType() == QDBusArgument::ArrayType)
+        list >> paths;
+    for (const QDBusObjectPath& device : paths) {
+        QVariant point = property(bus, device.path(), networkManager + QStringLiteral(".Device.Wireless"), QStringLiteral("ActiveAccessPoint"));
+        auto active = point.value<QDBusObjectPath>();
+        if (active.path().isEmpty() || active.path() == QStringLiteral("/"))
+            continue;
+        const QString accessPoint = networkManager + QStringLiteral(".AccessPoint");
+        QByteArray ssid = property(bus, active.path(), accessPoint, QStringLiteral("Ssid")).toByteArray();
+        int strength = property(bus, active.path(), accessPoint, QStringLiteral("Strength")).toInt();
+        return WifiNetwork { QString::fromUtf8(ssid), strength };
+    }
+    return std::nullopt;
+}
+
+NetworkWidget::NetworkWidget(WidgetInstance instance, WidgetMonitors& monitors)
+    : SystemStatsTile(std::move(instance), monitors, SystemStatsParts::network())
+{
+}
+
+double NetworkWidget::length(double iconSize) const
+{
+    if (graph())
+        return std::ceil(iconSize * 2.2);
+    return std::max(iconSize * 1.6, widgetface::linesLength(iconSize, QStringLiteral("\u2191 888 KB/s"), QStringLiteral("\u2193 888 KB/s"), false));
+}
+
+void NetworkWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const
+{
+    widgetface::paintPlate(painter, tile, context);
+    const SystemStatsReading& now = reading();
+    QString down = QStringLiteral("\u2193 ") + text(rateText(now.down));
+    QString up = QStringLiteral("\u2191 ") + text(rateText(now.up));
+    if (!graph()) {
+        widgetface::paintLines(painter, tile, up, down);
+        return;
+    }
+    double size = tile.height();
+    double pad = widgetface::inset(size);
+    const SystemStatsHistory& history = monitors_.systemStats().history();
+    std::vector<double> downs, ups;
+    double top = 1000;  // a quiet line still has a scale
+    for (size_t index = 0; index < history.size(); ++index) {
+        downs.push_back(history[index].down);
+        ups.push_back(history[index].up);
+        top = std::max({ top, history[index].down, history[index].up });
+    }
+    QRectF chart = tile.adjusted(pad, size * 0.18, -pad, -size * 0.14);
+    if (size >= 28) {
+        QFont font = widgetface::captionFont(size);
+        painter.save();
+        painter.setFont(font);
+        painter.setPen(QColor(255, 255, 255, 200));
+        painter.drawText(QRectF(chart.left(), tile.top() + size * 0.06, chart.width(), size * 0.3), Qt::AlignLeft | Qt::AlignVCenter, down);
+        painter.restore();
+        chart.setTop(tile.top() + size * 0.4);
+    }
+    systemface::paintGraph(painter, chart, downs, top * 1.1, systemface::downColour());
+    systemface::paintGraph(painter, chart, ups, top * 1.1, systemface::upColour());
+}
+
+std::string NetworkWidget::accessibleText() const
+{
+    if (!hasSample())
+        return "Network, measuring";
+    return "Network, down " + rateText(reading().down) + ", up " + rateText(reading().up);
+}
+
+namespace {
+
+class NetworkCard final : public SamplerCard {
+public:
+    explicit NetworkCard(WidgetMonitors& monitors) : SamplerCard(monitors, SystemStatsParts::network())
+    {
+        auto* layout = new QVBoxLayout(this);
+        layout->setContentsMargins(0, 0, 0, 0);
+        speeds_ = new QLabel;
+        speeds_->setAccessibleName(QStringLiteral("Speeds"));
+        layout->addWidget(speeds_);
+        QStringList lines;
+        if (auto wifi = currentWifi(QDBusConnection::systemBus()))
+            lines << QStringLiteral("Wi-Fi: %1, signal %2\u2009%").arg(wifi->name).arg(wifi->signal);
+        for (const NetworkInterface& each : readNetworkInterfaces()) {
+            QStringList addresses;
+            for (const std::string& address : each.addresses)
+                addresses << text(address);
+            lines << QStringLiteral("%1 (%2): %3")
+                         .arg(text(each.name), each.up ? QStringLiteral("up") : QStringLiteral("down"),
+                              addresses.isEmpty() ? QStringLiteral("no address") : addresses.join(QStringLiteral(", ")));
+        }
+        auto* interfaces = new QLabel(lines.join(QLatin1Char('\n')));
+        interfaces->setAccessibleName(QStringLiteral("Interfaces"));
+        interfaces->setTextInteractionFlags(Qt::TextSelectableByMouse);
+        interfaces->setWordWrap(true);
+        layout->addWidget(interfaces);
+        layout->addStretch();
+        start();
+    }
+
+protected:
+    void fill() override
+    {
+        const SystemStatsReading& reading = monitors_.systemStats().snapshot().reading;
+        speeds_->setText(QStringLiteral("Download %1 · upload %2").arg(text(rateText(reading.down)), text(rateText(reading.up))));
+    }
+
+private:
+    QLabel* speeds_ = nullptr;
+};
+
+} // namespace
+
+QWidget* NetworkWidget::makeCard()
+{
+    return new NetworkCard(monitors_);
+}
+
+} // namespace kestrune
