@@ -11,6 +11,7 @@
 #include <QPainter>
 #include <QVBoxLayout>
 
+#include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneKit/SystemStats/NetworkInterfaces.h"
 #include "KestruneKit/SystemStats/StorageMonitor.h"
 
@@ -122,7 +123,7 @@ public:
         speeds_->setAccessibleName(QStringLiteral("Speeds"));
         layout->addWidget(speeds_);
         QStringList lines;
-        if (auto wifi = currentWifi(QDBusConnection::systemBus()))
+        if (auto wifi = currentWifi(systemServicesBus()))
             lines << QStringLiteral("Wi-Fi: %1, signal %2\u2009%").arg(wifi->name).arg(wifi->signal);
         for (const NetworkInterface& each : readNetworkInterfaces()) {
             QStringList addresses;

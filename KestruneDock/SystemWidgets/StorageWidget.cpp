@@ -1,5 +1,6 @@
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
 
+#include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -13,6 +14,7 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneDock/SystemWidgets/SystemStatsTile.h"
 #include "KestruneKit/SystemStats/StorageMonitor.h"
 
@@ -86,17 +88,6 @@ void ejectDrive(const QDBusConnection& bus, const QString& device, std::function
                                        });
                           });
              });
-}
-
-QDBusConnection& StorageWidget::bus()
-{
-    static QDBusConnection connection = QDBusConnection::systemBus();
-    return connection;
-}
-
-void StorageWidget::setBus(const QDBusConnection& bus)
-{
-    StorageWidget::bus() = bus;
 }
 
 StorageWidget::StorageWidget(WidgetInstance instance, WidgetMonitors& monitors) : LinesTile(std::move(instance), 4), monitors_(monitors)
@@ -209,7 +200,7 @@ private:
                     eject->setEnabled(false);
                     status_->setText(QStringLiteral("Ejecting…"));
                     QPointer<StorageCard> alive(this);
-                    ejectDrive(StorageWidget::bus(), device, [alive](const QString& failure) {
+                    ejectDrive(systemServicesBus(), device, [alive](const QString& failure) {
                         if (!alive)
                             return;
                         alive->status_->setText(failure.isEmpty() ? QStringLiteral("Safe to remove") : failure);

@@ -27,10 +27,6 @@ public:
     void paint(QPainter& painter, const QRectF& tile, const WidgetPaintContext& context) const override;
     QWidget* makeCard() override;
 
-    // The bus UDisks2 is on: the system bus unless a test gives its own.
-    static QDBusConnection& bus();
-    static void setBus(const QDBusConnection& bus);
-
 private:
     void shownChanged() override;
     [[nodiscard]] const StorageVolume* shownVolume() const;

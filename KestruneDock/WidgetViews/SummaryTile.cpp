@@ -73,6 +73,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::systemStats:
     case WidgetMonitors::Source::storage:
     case WidgetMonitors::Source::processes:
+    case WidgetMonitors::Source::battery:
         break;
     }
     return monitors.devServers().poller();
@@ -206,6 +207,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::systemStats:
     case WidgetMonitors::Source::storage:
     case WidgetMonitors::Source::processes:
+    case WidgetMonitors::Source::battery:
         break;
     }
 }

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "KestruneDock/Desktop/DesktopBus.h"
+#include "KestruneDock/PowerWidgets/BatteryMonitor.h"
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
@@ -117,6 +119,15 @@ ProcessesMonitor& WidgetMonitors::processes()
     return *processes_;
 }
 
+BatteryMonitor& WidgetMonitors::battery()
+{
+    if (!battery_) {
+        battery_ = std::make_unique<BatteryMonitor>(systemServicesBus());
+        battery_->onChange = [this] { batteryChanged_.notify(); };
+    }
+    return *battery_;
+}
+
 DevServersMonitor& WidgetMonitors::devServers()
 {
     if (!devServers_) {
@@ -162,6 +173,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::systemStats: return systemStatsChanged_;
     case Source::storage: return storageChanged_;
     case Source::processes: return processesChanged_;
+    case Source::battery: return batteryChanged_;
     }
     return containersChanged_;
 }

@@ -41,6 +41,7 @@ class SimulatorsMonitor;
 class SystemStatsSampler;
 class StorageMonitor;
 class ProcessesMonitor;
+class BatteryMonitor;
 
 class WidgetMonitors {
 public:
@@ -61,7 +62,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -77,6 +78,8 @@ public:
     [[nodiscard]] SystemStatsSampler& systemStats();
     [[nodiscard]] StorageMonitor& storage();
     [[nodiscard]] ProcessesMonitor& processes();
+    // UPower's batteries, the machine's and accessories'.
+    [[nodiscard]] BatteryMonitor& battery();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
     void setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses);
     // The application's AI usage engine, made at start-up (it collects in the background); none
@@ -120,6 +123,8 @@ private:
     ObserverList<> storageChanged_;
     std::unique_ptr<ProcessesMonitor> processes_;
     ObserverList<> processesChanged_;
+    std::unique_ptr<BatteryMonitor> battery_;
+    ObserverList<> batteryChanged_;
     AIUsageEngine* aiUsage_ = nullptr;
     std::optional<ClaudeBridge::Place> claudeBridge_;
     std::unique_ptr<ShellCommandRunner> commands_;

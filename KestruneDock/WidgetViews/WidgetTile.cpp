@@ -11,6 +11,7 @@
 #include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/PowerWidgets/BatteryWidget.h"
 #include "KestruneDock/SystemWidgets/ActivityWidget.h"
 #include "KestruneDock/SystemWidgets/NetworkWidget.h"
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
@@ -221,6 +222,9 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     switch (instance.kind) {
     case WidgetKind::git:
         return std::make_unique<GitWidget>(instance, monitors);
+    case WidgetKind::battery:
+    case WidgetKind::devices:
+        return std::make_unique<BatteryWidget>(instance, monitors);
     case WidgetKind::activity:
         return std::make_unique<ActivityWidget>(instance, monitors);
     case WidgetKind::network:

@@ -1,0 +1,139 @@
+// The power widgets against UPower's and logind's real D-Bus interfaces, as python-dbusmock
+// serves them on a bus of the test's own; every battery face painted at both dock sizes.
+
+#include <filesystem>
+
+#include <QDBusVariant>
+#include <QImage>
+#include <QPainter>
+#include <QProgressBar>
+#include <gtest/gtest.h>
+
+#include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/Desktop/DesktopBus.h"
+#include "KestruneDock/PowerWidgets/BatteryWidget.h"
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "tests/helpers/MockBus.h"
+
+namespace kestrune {
+namespace {
+
+const QString upower = QStringLiteral("org.freedesktop.UPower");
+const QString upowerPath = QStringLiteral("/org/freedesktop/UPower");
+
+void save(const QImage& image, const std::string& name)
+{
+    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
+    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
+}
+
+QImage render(BatteryFace face, const BatteryReading& reading, double size, int scale)
+{
+    double length = batteryFaceLength(face, size, reading);
+    QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
+    image.setDevicePixelRatio(scale);
+    image.fill(QColor(0x2b, 0x2b, 0x30));
+    QPainter painter(&image);
+    widgetface::paintPlate(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
+    paintBatteryFace(face, painter, QRectF(0, 0, length, size), reading);
+    return image;
+}
+
+TEST(BatteryWidget, ShowsUPowersBatteriesAndAccessoriesAndFollowsTheirChanges)
+{
+    if (!test::MockBus::available())
+        GTEST_SKIP() << "dbus-daemon is not installed (scripts/setup installs it)";
+    test::MockBus bus;
+    ASSERT_TRUE(bus.connection && bus.connection->isConnected());
+    setSystemServicesBus(*bus.connection);
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    WidgetInstance instance = WidgetInstance::make(WidgetKind::battery);
+    BatteryWidget tile(instance, monitors);
+
+    // No UPower on the bus: one plain sentence, and nothing else.
+    tile.setShown(true);
+    ASSERT_TRUE(test::spinUntil([&] { return monitors.battery().reading().known; }));
+    EXPECT_EQ(tile.accessibleText(), "Battery, UPower isn’t running, so batteries can’t be read");
+    tile.setShown(false);
+
+    ASSERT_TRUE(bus.serve("upower", upower, R"({"OnBattery": true})"));
+    QString laptop = bus.mock(upower, upowerPath, QStringLiteral("AddDischargingBattery"),
+                              { QStringLiteral("BAT0"), QStringLiteral("Laptop battery"), 30.0, qint64(1200) })
+                         .arguments()
+                         .value(0)
+                         .toString();
+    QString mouse = bus.mock(upower, upowerPath, QStringLiteral("AddDischargingBattery"),
+                             { QStringLiteral("mouse_0"), QStringLiteral("MX Master"), 15.0, qint64(0) })
+                        .arguments()
+                        .value(0)
+                        .toString();
+    bus.mock(upower, upowerPath, QStringLiteral("SetDeviceProperties"),
+             { QVariant::fromValue(QDBusObjectPath(mouse)), QVariantMap { { QStringLiteral("Type"), QVariant::fromValue(quint32(5)) },
+                                                                          { QStringLiteral("PowerSupply"), false } } });
+    int changes = 0;
+    tile.changed = [&] { ++changes; };
+    tile.setShown(true);
+    ASSERT_TRUE(test::spinUntil([&] { return monitors.battery().reading().problem.isEmpty() && !monitors.battery().reading().batteries.empty(); }));
+    EXPECT_EQ(tile.accessibleText(), "Battery 30\u2009%, 0:20 left");
+    const BatteryReading& reading = monitors.battery().reading();
+    ASSERT_EQ(reading.accessories.size(), 1u);
+    EXPECT_EQ(reading.accessories[0].kindName(), QStringLiteral("Mouse"));
+    EXPECT_TRUE(reading.onBattery);
+    {
+        std::unique_ptr<QWidget> card(tile.makeCard());
+        std::vector<std::string> names;
+        for (auto* bar : card->findChildren<QProgressBar*>())
+            names.push_back(bar->accessibleName().toStdString());
+        EXPECT_EQ(names, (std::vector<std::string> { "Battery (Laptop battery)", "Mouse (MX Master)" }));
+    }
+    for (int index = 0; index <= static_cast<int>(BatteryFace::dots); ++index) {
+        static const char* names[] = { "ring", "classic", "capsule", "numeral", "timeLeft", "power", "dots" };
+        auto face = static_cast<BatteryFace>(index);
+        EXPECT_EQ(batteryFaceFromString(names[index]), face);
+        for (double size : { 16.0, 96.0 })
+            for (int scale : { 1, 2 })
+                save(render(face, reading, size, scale),
+                     std::string("battery-") + names[index] + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+    }
+
+    // Plugged in: UPower says so, and the tile follows without being asked.
+    changes = 0;
+    bus.mock(upower, upowerPath, QStringLiteral("SetDeviceProperties"),
+             { QVariant::fromValue(QDBusObjectPath(laptop)),
+               QVariantMap { { QStringLiteral("State"), QVariant::fromValue(quint32(1)) }, { QStringLiteral("Percentage"), 31.0 } } });
+    EXPECT_TRUE(test::spinUntil([&] { return tile.accessibleText() == "Battery 31\u2009%, Charging"; })) << tile.accessibleText();
+    EXPECT_GT(changes, 0);
+    for (int scale : { 1, 2 })
+        save(render(BatteryFace::ring, monitors.battery().reading(), 96, scale), "battery-ring-charging-96-" + std::to_string(scale) + "x");
+
+    // Hidden, it stops listening.
+    tile.setShown(false);
+    EXPECT_FALSE(monitors.battery().isWanted());
+    setSystemServicesBus(QDBusConnection::systemBus());
+}
+
+TEST(BatteryWidget, ADesktopShowsNoBatteryOrItsLowestAccessory)
+{
+    BatteryReading desktop;
+    desktop.known = true;
+    EXPECT_EQ(batteryShown(desktop).status, QStringLiteral("No battery"));
+    EXPECT_FALSE(batteryShown(desktop).device);
+    BatteryDevice keyboard { QStringLiteral("/k"), QStringLiteral("K380"), 6, 80, 2, 0, 0, false };
+    BatteryDevice mouse { QStringLiteral("/m"), QStringLiteral("MX"), 5, 12, 2, 0, 0, false };
+    sortDevice(keyboard, desktop);
+    sortDevice(mouse, desktop);
+    sortDevice(BatteryDevice { QStringLiteral("/ac"), {}, 1, 0, 0, 0, 0, true }, desktop);
+    ASSERT_EQ(desktop.accessories.size(), 2u);
+    BatteryShown shown = batteryShown(desktop);
+    ASSERT_TRUE(shown.device);
+    EXPECT_EQ(shown.caption, QStringLiteral("Mouse"));
+    EXPECT_EQ(shown.device->percentage, 12);
+    EXPECT_EQ(hoursAndMinutesLeft(5 * 3600 + 59 * 60 + 40), QStringLiteral("6:00"));
+    EXPECT_EQ(hoursAndMinutesLeft(0), QString());
+    for (int scale : { 1, 2 })
+        save(render(BatteryFace::dots, desktop, 96, scale), "battery-dots-accessories-96-" + std::to_string(scale) + "x");
+}
+
+} // namespace
+} // namespace kestrune
