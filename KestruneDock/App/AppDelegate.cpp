@@ -395,7 +395,10 @@ void AppDelegate::applicationWillTerminate()
     if (terminated_ || !runtime_)
         return;
     terminated_ = true;
-    // 1–2. No keep-awake assertion or power watch is held yet.
+    // 1. Keep Awake's inhibitor goes first, whatever happens next.
+    if (widgetMonitors_)
+        widgetMonitors_->releaseHeld();
+    // 2. No power watch is held.
     // 3. The dock's views stop showing.
     if (dockController_)
         dockController_->orderOut();

@@ -6,6 +6,7 @@
 
 #include <QAccessible>
 #include <QContextMenuEvent>
+#include <QWheelEvent>
 #include <QCursor>
 #include <QEnterEvent>
 #include <QMimeData>
@@ -142,6 +143,15 @@ void DockPanel::mouseReleaseEvent(QMouseEvent* event)
     X11WindowList::noteUserTime(static_cast<uint32_t>(event->timestamp()));
     if (rect().contains(event->position().toPoint()))
         controller_.clicked(event->globalPosition(), event->button());
+}
+
+void DockPanel::wheelEvent(QWheelEvent* event)
+{
+    // A notched wheel turns 120 eighths of a degree a step; a touchpad gives fractions of one.
+    double steps = event->angleDelta().y() / 120.0;
+    if (steps != 0)
+        controller_.scrolled(event->globalPosition(), steps);
+    event->accept();
 }
 
 void DockPanel::contextMenuEvent(QContextMenuEvent* event) { controller_.contextMenu(event->globalPos()); }

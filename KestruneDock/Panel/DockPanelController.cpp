@@ -929,10 +929,20 @@ void DockPanelController::clicked(QPointF global, Qt::MouseButton button)
     if (button != Qt::LeftButton)
         return;
     if (auto slot = hitAt(global))
-        press(*slot);
+        press(*slot, global);
 }
 
-void DockPanelController::press(size_t slot)
+void DockPanelController::scrolled(QPointF global, double steps)
+{
+    auto slot = hitAt(global);
+    if (!slot || !widgets_ || items_[*slot].slot.kind != DockSlotKind::widget)
+        return;
+    if (auto id = Uuid::fromString(items_[*slot].path))
+        if (WidgetTile* tile = widgets_->tile(*id))
+            tile->scrolled(steps);
+}
+
+void DockPanelController::press(size_t slot, std::optional<QPointF> global)
 {
     if (slot >= items_.size())
         return;
@@ -952,9 +962,19 @@ void DockPanelController::press(size_t slot)
     case DockSlotKind::trash:
         QDesktopServices::openUrl(QUrl(QStringLiteral("trash:///")));
         break;
-    case DockSlotKind::widget:
+    case DockSlotKind::widget: {
+        // A tile may act on the press itself (a mute, a switch of desktop) rather than open its card.
+        auto id = Uuid::fromString(item.path);
+        WidgetTile* tile = id && widgets_ ? widgets_->tile(*id) : nullptr;
+        if (tile && global) {
+            QRectF frame = slotOnDesktop(slot);
+            QPointF within((global->x() - frame.left()) / std::max(1.0, frame.width()), (global->y() - frame.top()) / std::max(1.0, frame.height()));
+            if (tile->pressed(within))
+                break;
+        }
         toggleCard(slot);
         break;
+    }
     case DockSlotKind::widgetPages:
         if (widgets_ && widgets_->paging().showsStackTile()) {
             openWidgetStack(slot);

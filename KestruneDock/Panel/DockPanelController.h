@@ -130,13 +130,16 @@ public:
     [[nodiscard]] std::string accessibleName(size_t slot) const;
     // The widget tiles' group: "Widgets, page 2 of 3", or "Widgets" with one page.
     [[nodiscard]] std::string widgetsAccessibleName() const;
-    // What a click on the tile does.
-    void press(size_t slot);
+    // What a click on the tile does; `global`, where it landed, lets a widget act on the part
+    // of its face that was pressed.
+    void press(size_t slot, std::optional<QPointF> global = std::nullopt);
 
     // From the panel, in desktop coordinates.
     void pointerMoved(QPointF global);
     void pointerLeft();
     void clicked(QPointF global, Qt::MouseButton button);
+    // A turn of the wheel over the dock, in steps (positive away from the user).
+    void scrolled(QPointF global, double steps);
     // A press that may become a drag: past the drag distance with the button held, a kept app's
     // tile or a stack leaves with the pointer. Let go off the dock, it goes from the dock.
     void pressed(QPointF global, Qt::MouseButton button);

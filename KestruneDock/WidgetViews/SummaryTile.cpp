@@ -74,6 +74,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::storage:
     case WidgetMonitors::Source::processes:
     case WidgetMonitors::Source::battery:
+    case WidgetMonitors::Source::keepAwake:
         break;
     }
     return monitors.devServers().poller();
@@ -208,6 +209,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::storage:
     case WidgetMonitors::Source::processes:
     case WidgetMonitors::Source::battery:
+    case WidgetMonitors::Source::keepAwake:
         break;
     }
 }

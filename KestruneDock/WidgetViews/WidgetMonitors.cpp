@@ -5,6 +5,7 @@
 
 #include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneDock/PowerWidgets/BatteryMonitor.h"
+#include "KestruneDock/PowerWidgets/KeepAwakeCenter.h"
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
@@ -128,6 +129,21 @@ BatteryMonitor& WidgetMonitors::battery()
     return *battery_;
 }
 
+KeepAwakeCenter& WidgetMonitors::keepAwake()
+{
+    if (!keepAwake_) {
+        keepAwake_ = std::make_unique<KeepAwakeCenter>(systemServicesBus());
+        keepAwake_->onChange = [this] { keepAwakeChanged_.notify(); };
+    }
+    return *keepAwake_;
+}
+
+void WidgetMonitors::releaseHeld()
+{
+    if (keepAwake_)
+        keepAwake_->release();
+}
+
 DevServersMonitor& WidgetMonitors::devServers()
 {
     if (!devServers_) {
@@ -174,6 +190,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::storage: return storageChanged_;
     case Source::processes: return processesChanged_;
     case Source::battery: return batteryChanged_;
+    case Source::keepAwake: return keepAwakeChanged_;
     }
     return containersChanged_;
 }

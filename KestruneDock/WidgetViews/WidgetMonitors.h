@@ -42,6 +42,7 @@ class SystemStatsSampler;
 class StorageMonitor;
 class ProcessesMonitor;
 class BatteryMonitor;
+class KeepAwakeCenter;
 
 class WidgetMonitors {
 public:
@@ -62,7 +63,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -80,6 +81,10 @@ public:
     [[nodiscard]] ProcessesMonitor& processes();
     // UPower's batteries, the machine's and accessories'.
     [[nodiscard]] BatteryMonitor& battery();
+    // Keep Awake's inhibitor, held while it is on, whatever is on screen.
+    [[nodiscard]] KeepAwakeCenter& keepAwake();
+    // Lets go of what is held for the user (Keep Awake), at once: the first step of quitting.
+    void releaseHeld();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
     void setEndpointAddresses(const Uuid& tile, std::vector<std::string> addresses);
     // The application's AI usage engine, made at start-up (it collects in the background); none
@@ -123,6 +128,8 @@ private:
     ObserverList<> storageChanged_;
     std::unique_ptr<ProcessesMonitor> processes_;
     ObserverList<> processesChanged_;
+    std::unique_ptr<KeepAwakeCenter> keepAwake_;
+    ObserverList<> keepAwakeChanged_;
     std::unique_ptr<BatteryMonitor> battery_;
     ObserverList<> batteryChanged_;
     AIUsageEngine* aiUsage_ = nullptr;

@@ -12,6 +12,7 @@
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
+#include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
 #include "KestruneDock/SystemWidgets/ActivityWidget.h"
 #include "KestruneDock/SystemWidgets/NetworkWidget.h"
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
@@ -225,6 +226,10 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     case WidgetKind::battery:
     case WidgetKind::devices:
         return std::make_unique<BatteryWidget>(instance, monitors);
+    case WidgetKind::keepAwake:
+        return std::make_unique<KeepAwakeWidget>(instance, monitors);
+    case WidgetKind::lockSleep:
+        return std::make_unique<LockSleepWidget>(instance);
     case WidgetKind::activity:
         return std::make_unique<ActivityWidget>(instance, monitors);
     case WidgetKind::network:

@@ -20,6 +20,7 @@
 
 #include <QColor>
 #include <QFont>
+#include <QPointF>
 #include <QRectF>
 #include <QString>
 
@@ -57,6 +58,11 @@ public:
     // The card a press on the tile opens: a new widget each time, or none for a tile without one.
     // While it lives it wants its monitor as the tile does.
     [[nodiscard]] virtual QWidget* makeCard() { return nullptr; }
+    // A press on the face at `within` (0 to 1 across and down the tile): true when the tile acted
+    // on it itself (a mute, a switch of desktop) instead of opening its card.
+    virtual bool pressed(QPointF /*within*/) { return false; }
+    // A turn of the wheel over the tile, in steps (positive away from the user): true when used.
+    virtual bool scrolled(double /*steps*/) { return false; }
 
     // On screen or not; a tile wants its monitor, and ticks, only while shown.
     void setShown(bool shown);

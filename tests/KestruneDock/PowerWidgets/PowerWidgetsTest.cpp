@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include <QDBusArgument>
 #include <QDBusVariant>
 #include <QImage>
 #include <QPainter>
@@ -12,6 +13,8 @@
 #include "KestruneDock/App/QtRuntime.h"
 #include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
+#include "KestruneDock/PowerWidgets/KeepAwakeCenter.h"
+#include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "tests/helpers/MockBus.h"
 
@@ -25,6 +28,22 @@ void save(const QImage& image, const std::string& name)
 {
     std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
     image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
+}
+
+void saveTileImages(const WidgetTile& tile, const std::string& name)
+{
+    for (double size : { 16.0, 96.0 }) {
+        for (int scale : { 1, 2 }) {
+            double length = tile.length(size);
+            QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
+            image.setDevicePixelRatio(scale);
+            image.fill(QColor(0x2b, 0x2b, 0x30));
+            QPainter painter(&image);
+            tile.paint(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
+            painter.end();
+            save(image, name + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+        }
+    }
 }
 
 QImage render(BatteryFace face, const BatteryReading& reading, double size, int scale)
@@ -133,6 +152,90 @@ TEST(BatteryWidget, ADesktopShowsNoBatteryOrItsLowestAccessory)
     EXPECT_EQ(hoursAndMinutesLeft(0), QString());
     for (int scale : { 1, 2 })
         save(render(BatteryFace::dots, desktop, 96, scale), "battery-dots-accessories-96-" + std::to_string(scale) + "x");
+}
+
+TEST(PowerWidgets, KeepAwakeHoldsLogindsInhibitorOnlyWhileOnAndLockAndSleepAskLogind)
+{
+    if (!test::MockBus::available())
+        GTEST_SKIP() << "dbus-daemon is not installed (scripts/setup installs it)";
+    test::MockBus bus;
+    const QString login1 = QStringLiteral("org.freedesktop.login1");
+    const QString manager = QStringLiteral("/org/freedesktop/login1");
+    ASSERT_TRUE(bus.serve("logind", login1));
+    bus.mock(login1, manager, QStringLiteral("AddSession"),
+             { QStringLiteral("c1"), QStringLiteral("seat0"), quint32(1000), QStringLiteral("ada"), true });
+    setSystemServicesBus(*bus.connection);
+    qputenv("XDG_SESSION_ID", "c1");
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    auto inhibitors = [&] {
+        QDBusMessage reply = bus.call(login1, manager, QStringLiteral("org.freedesktop.login1.Manager"), QStringLiteral("ListInhibitors"));
+        QStringList held;
+        const QDBusArgument list = reply.arguments().value(0).value<QDBusArgument>();
+        list.beginArray();
+        while (!list.atEnd()) {
+            QString what, who, why, mode;
+            uint user = 0, pid = 0;
+            list.beginStructure();
+            list >> what >> who >> why >> mode >> user >> pid;
+            list.endStructure();
+            held << what + QLatin1Char(' ') + who + QLatin1Char(' ') + mode;
+        }
+        list.endArray();
+        return held;
+    };
+
+    KeepAwakeWidget awake(WidgetInstance::make(WidgetKind::keepAwake), monitors);
+    EXPECT_EQ(awake.accessibleText(), "Keep Awake: Off");
+    EXPECT_TRUE(awake.pressed(QPointF(0.5, 0.5))) << "a click on the tile turns it over";
+    ASSERT_TRUE(test::spinUntil([&] { return monitors.keepAwake().isHeld(); }));
+    EXPECT_EQ(awake.accessibleText(), "Keep Awake: On");
+    EXPECT_EQ(inhibitors(), QStringList { QStringLiteral("idle:sleep Kestrune Dock block") });
+    awake.pressed(QPointF(0.5, 0.5));
+    EXPECT_FALSE(monitors.keepAwake().isHeld());
+    EXPECT_TRUE(test::spinUntil([&] { return inhibitors().isEmpty(); })) << "logind still holds the inhibitor after Off";
+    // On again, then quitting: the first step lets it go.
+    monitors.keepAwake().setOn(true);
+    ASSERT_TRUE(test::spinUntil([&] { return monitors.keepAwake().isHeld(); }));
+    monitors.releaseHeld();
+    EXPECT_TRUE(test::spinUntil([&] { return inhibitors().isEmpty(); })) << "quitting kept the inhibitor";
+
+    // Lock & Sleep: the left half locks this session, the right half suspends.
+    LockSleepWidget lockSleep(WidgetInstance::make(WidgetKind::lockSleep));
+    auto called = [&](const QString& path, const QString& method) {
+        QDBusArgument calls = bus.mock(login1, path, QStringLiteral("GetMethodCalls"), { method }).arguments().value(0).value<QDBusArgument>();
+        calls.beginArray();
+        return !calls.atEnd();
+    };
+    lockSleep.pressed(QPointF(0.2, 0.5));
+    EXPECT_TRUE(test::spinUntil([&] { return called(QStringLiteral("/org/freedesktop/login1/session/c1"), QStringLiteral("Lock")); }))
+        << "Lock did not reach this session";
+    EXPECT_FALSE(called(manager, QStringLiteral("Suspend"))) << "the lock half slept";
+    lockSleep.pressed(QPointF(0.8, 0.5));
+    EXPECT_TRUE(test::spinUntil([&] { return called(manager, QStringLiteral("Suspend")); })) << "Sleep did not reach logind";
+    EXPECT_TRUE(lockSleep.failure().isEmpty()) << lockSleep.failure().toStdString();
+    saveTileImages(lockSleep, "lock-sleep");
+    saveTileImages(awake, "keep-awake");
+    setSystemServicesBus(QDBusConnection::systemBus());
+    qunsetenv("XDG_SESSION_ID");
+}
+
+TEST(PowerWidgets, WithoutLogindKeepAwakeSaysSoInASentence)
+{
+    if (!test::MockBus::available())
+        GTEST_SKIP() << "dbus-daemon is not installed (scripts/setup installs it)";
+    test::MockBus bus;
+    setSystemServicesBus(*bus.connection);
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    monitors.keepAwake().setOn(true);
+    ASSERT_TRUE(test::spinUntil([&] { return !monitors.keepAwake().problem().isEmpty(); }));
+    EXPECT_EQ(monitors.keepAwake().problem(), QStringLiteral("Couldn’t keep awake: logind isn’t running on this computer"));
+    LockSleepWidget lockSleep(WidgetInstance::make(WidgetKind::lockSleep));
+    lockSleep.pressed(QPointF(0.8, 0.5));
+    EXPECT_TRUE(test::spinUntil([&] { return !lockSleep.failure().isEmpty(); }));
+    EXPECT_EQ(lockSleep.failure(), QStringLiteral("Couldn’t sleep: logind isn’t running on this computer"));
+    setSystemServicesBus(QDBusConnection::systemBus());
 }
 
 } // namespace
