@@ -116,7 +116,7 @@ void ActivityWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPa
             systemface::paintBar(painter, bar, gauge.fraction, gauge.colour);
         }
         if (labels) {
-            painter.setPen(QColor(255, 255, 255, 170));
+            painter.setPen(QColor(255, 255, 255, 200));
             painter.drawText(QRectF(box.left() - size * 0.1, bottom + size * 0.02, box.width() + size * 0.2, labelHeight), Qt::AlignCenter,
                              gauge.label);
         }

@@ -440,7 +440,10 @@ TEST_F(WidgetRowAlone, EveryTileKeepsItsTextOnItsPlateFrom16To96Points)
                             ++bright;
                     }
                 EXPECT_EQ(outside, 0) << name << " at " << size << " draws past its plate";
-                EXPECT_GT(bright, 4 * scale * scale) << name << " at " << size << " shows no text";
+                // Activity's face is its gauges, empty before the first sample.
+                if (kind != WidgetKind::activity) {
+                    EXPECT_GT(bright, 4 * scale * scale) << name << " at " << size << " shows no text";
+                }
             }
         }
     }
