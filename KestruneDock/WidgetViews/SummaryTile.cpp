@@ -75,6 +75,8 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::processes:
     case WidgetMonitors::Source::battery:
     case WidgetMonitors::Source::keepAwake:
+    case WidgetMonitors::Source::sound:
+    case WidgetMonitors::Source::cameras:
         break;
     }
     return monitors.devServers().poller();
@@ -210,6 +212,8 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::processes:
     case WidgetMonitors::Source::battery:
     case WidgetMonitors::Source::keepAwake:
+    case WidgetMonitors::Source::sound:
+    case WidgetMonitors::Source::cameras:
         break;
     }
 }

@@ -10,6 +10,8 @@
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
 #include "KestruneKit/Simulators/SimulatorsMonitor.h"
+#include "KestruneKit/Sound/CameraWatch.h"
+#include "KestruneKit/Sound/SoundServer.h"
 #include "KestruneKit/SystemStats/ProcessesMonitor.h"
 #include "KestruneKit/SystemStats/StorageMonitor.h"
 #include "KestruneKit/SystemStats/SystemStatsSampler.h"
@@ -138,6 +140,24 @@ KeepAwakeCenter& WidgetMonitors::keepAwake()
     return *keepAwake_;
 }
 
+SoundServer& WidgetMonitors::sound()
+{
+    if (!sound_) {
+        sound_ = std::make_unique<SoundServer>(runtime_);
+        sound_->onChange = [this] { soundChanged_.notify(); };
+    }
+    return *sound_;
+}
+
+CameraWatch& WidgetMonitors::cameras()
+{
+    if (!cameras_) {
+        cameras_ = std::make_unique<CameraWatch>(runtime_);
+        cameras_->onChange = [this] { camerasChanged_.notify(); };
+    }
+    return *cameras_;
+}
+
 void WidgetMonitors::releaseHeld()
 {
     if (keepAwake_)
@@ -191,6 +211,8 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::processes: return processesChanged_;
     case Source::battery: return batteryChanged_;
     case Source::keepAwake: return keepAwakeChanged_;
+    case Source::sound: return soundChanged_;
+    case Source::cameras: return camerasChanged_;
     }
     return containersChanged_;
 }

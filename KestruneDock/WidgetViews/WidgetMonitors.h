@@ -43,6 +43,8 @@ class StorageMonitor;
 class ProcessesMonitor;
 class BatteryMonitor;
 class KeepAwakeCenter;
+class SoundServer;
+class CameraWatch;
 
 class WidgetMonitors {
 public:
@@ -63,7 +65,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -83,6 +85,9 @@ public:
     [[nodiscard]] BatteryMonitor& battery();
     // Keep Awake's inhibitor, held while it is on, whatever is on screen.
     [[nodiscard]] KeepAwakeCenter& keepAwake();
+    // The desktop's sound server, and the cameras' device files.
+    [[nodiscard]] SoundServer& sound();
+    [[nodiscard]] CameraWatch& cameras();
     // Lets go of what is held for the user (Keep Awake), at once: the first step of quitting.
     void releaseHeld();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
@@ -128,6 +133,10 @@ private:
     ObserverList<> storageChanged_;
     std::unique_ptr<ProcessesMonitor> processes_;
     ObserverList<> processesChanged_;
+    std::unique_ptr<SoundServer> sound_;
+    ObserverList<> soundChanged_;
+    std::unique_ptr<CameraWatch> cameras_;
+    ObserverList<> camerasChanged_;
     std::unique_ptr<KeepAwakeCenter> keepAwake_;
     ObserverList<> keepAwakeChanged_;
     std::unique_ptr<BatteryMonitor> battery_;

@@ -13,6 +13,7 @@
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
+#include "KestruneDock/SoundWidgets/SoundWidget.h"
 #include "KestruneDock/SystemWidgets/ActivityWidget.h"
 #include "KestruneDock/SystemWidgets/NetworkWidget.h"
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
@@ -226,6 +227,10 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     case WidgetKind::battery:
     case WidgetKind::devices:
         return std::make_unique<BatteryWidget>(instance, monitors);
+    case WidgetKind::sound:
+        return std::make_unique<SoundWidget>(instance, monitors);
+    case WidgetKind::micCamera:
+        return std::make_unique<MicCameraWidget>(instance, monitors);
     case WidgetKind::keepAwake:
         return std::make_unique<KeepAwakeWidget>(instance, monitors);
     case WidgetKind::lockSleep:

@@ -1,0 +1,93 @@
+// The Sound and Mic & Camera tiles against a real PulseAudio of the test's own: what they show,
+// and that a click, the wheel and the card change what the sound server (and so the desktop) has.
+
+#include <cstdlib>
+#include <filesystem>
+
+#include <QImage>
+#include <QListWidget>
+#include <QPainter>
+#include <gtest/gtest.h>
+
+#include "KestruneDock/App/QtRuntime.h"
+#include "KestruneDock/SoundWidgets/SoundWidget.h"
+#include "KestruneDock/WidgetViews/WidgetMonitors.h"
+#include "KestruneKit/Sound/SoundServer.h"
+#include "tests/helpers/PrivateSoundServer.h"
+#include "tests/helpers/QtSpin.h"
+
+namespace kestrune {
+namespace {
+
+void saveTile(const WidgetTile& tile, const std::string& name)
+{
+    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
+    for (double size : { 16.0, 96.0 }) {
+        for (int scale : { 1, 2 }) {
+            double length = tile.length(size);
+            QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
+            image.setDevicePixelRatio(scale);
+            image.fill(QColor(0x2b, 0x2b, 0x30));
+            QPainter painter(&image);
+            tile.paint(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
+            painter.end();
+            image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + "-" + std::to_string(int(size)) + "-"
+                                              + std::to_string(scale) + "x.png"));
+        }
+    }
+}
+
+TEST(SoundWidgets, AClickMutesTheWheelTurnsTheCardSwitchesAndTheMicrophoneLightsWhileRecording)
+{
+    if (!test::PrivateSoundServer::available())
+        GTEST_SKIP() << "PulseAudio is not installed (scripts/setup installs it)";
+    test::TemporaryFolder folder;
+    test::PrivateSoundServer pulse(folder);
+    ASSERT_TRUE(pulse.ready());
+    setenv("PULSE_SERVER", pulse.address().c_str(), 1);
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    SoundWidget sound(WidgetInstance::make(WidgetKind::sound), monitors);
+    MicCameraWidget mic(WidgetInstance::make(WidgetKind::micCamera), monitors);
+    EXPECT_FALSE(monitors.sound().isWanted());
+    sound.setShown(true);
+    mic.setShown(true);
+    ASSERT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, 100\u2009%"; })) << sound.accessibleText();
+
+    EXPECT_TRUE(sound.scrolled(-2));
+    EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, 90\u2009%"; })) << sound.accessibleText();
+    EXPECT_TRUE(sound.pressed(QPointF(0.5, 0.5)));
+    EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, Muted"; })) << sound.accessibleText();
+    saveTile(sound, "sound-muted");
+    // Turning the wheel up unmutes, as the desktop's own control does.
+    sound.scrolled(1);
+    EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, 95\u2009%"; })) << sound.accessibleText();
+    saveTile(sound, "sound");
+    {
+        std::unique_ptr<QWidget> card(sound.makeCard());
+        auto* outputs = card->findChild<QListWidget*>();
+        ASSERT_TRUE(outputs);
+        ASSERT_EQ(outputs->count(), 2);
+        QListWidgetItem* headphones = outputs->findItems(QStringLiteral("Headphones"), Qt::MatchExactly).value(0);
+        ASSERT_TRUE(headphones);
+        Q_EMIT outputs->itemClicked(headphones);
+        EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Headphones, 100\u2009%"; })) << sound.accessibleText();
+    }
+
+    EXPECT_EQ(mic.accessibleText(), "Mic & Camera, microphone not in use, camera not in use");
+    pulse.record();
+    EXPECT_TRUE(test::spinUntil([&] { return mic.accessibleText() == "Mic & Camera, microphone in use by parec, camera not in use"; }))
+        << mic.accessibleText();
+    saveTile(mic, "mic-camera-recording");
+    EXPECT_TRUE(mic.pressed(QPointF(0.5, 0.5)));
+    EXPECT_TRUE(test::spinUntil([&] { return monitors.sound().state().microphoneMuted; })) << "a click did not mute the microphone";
+    saveTile(mic, "mic-camera-muted");
+
+    sound.setShown(false);
+    mic.setShown(false);
+    EXPECT_FALSE(monitors.sound().isWanted());
+    unsetenv("PULSE_SERVER");
+}
+
+} // namespace
+} // namespace kestrune
