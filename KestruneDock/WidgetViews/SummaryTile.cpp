@@ -77,6 +77,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::keepAwake:
     case WidgetMonitors::Source::sound:
     case WidgetMonitors::Source::cameras:
+    case WidgetMonitors::Source::screenTime:
         break;
     }
     return monitors.devServers().poller();
@@ -214,6 +215,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::keepAwake:
     case WidgetMonitors::Source::sound:
     case WidgetMonitors::Source::cameras:
+    case WidgetMonitors::Source::screenTime:
         break;
     }
 }

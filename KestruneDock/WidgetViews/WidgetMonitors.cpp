@@ -1,11 +1,14 @@
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <vector>
 
 #include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneDock/PowerWidgets/BatteryMonitor.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeCenter.h"
+#include "KestruneDock/ScreenTimeWidgets/ScreenTimeCenter.h"
+#include "KestruneKit/Core/ApplicationSupport.h"
 #include "KestruneKit/AIUsage/AIUsageEngine.h"
 #include "KestruneKit/Containers/ContainersMonitor.h"
 #include "KestruneKit/DevServers/DevServersMonitor.h"
@@ -158,6 +161,22 @@ CameraWatch& WidgetMonitors::cameras()
     return *cameras_;
 }
 
+ScreenTimeCenter& WidgetMonitors::screenTime()
+{
+    if (!screenTime_) {
+        std::string path = screenTimeRecord_;
+        if (path.empty()) {
+            std::string folder = applicationSupportFolder(processEnvironment(), homeFolder());
+            std::error_code ignored;
+            std::filesystem::create_directories(folder, ignored);
+            path = folder + "/screen-time.sqlite";
+        }
+        screenTime_ = std::make_unique<ScreenTimeCenter>(runtime_, path, KestruneActivity::shared());
+        screenTime_->onChange = [this] { screenTimeChanged_.notify(); };
+    }
+    return *screenTime_;
+}
+
 void WidgetMonitors::releaseHeld()
 {
     if (keepAwake_)
@@ -213,6 +232,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::keepAwake: return keepAwakeChanged_;
     case Source::sound: return soundChanged_;
     case Source::cameras: return camerasChanged_;
+    case Source::screenTime: return screenTimeChanged_;
     }
     return containersChanged_;
 }

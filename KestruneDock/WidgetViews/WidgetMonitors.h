@@ -45,6 +45,7 @@ class BatteryMonitor;
 class KeepAwakeCenter;
 class SoundServer;
 class CameraWatch;
+class ScreenTimeCenter;
 
 class WidgetMonitors {
 public:
@@ -65,7 +66,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras, screenTime };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -88,6 +89,9 @@ public:
     // The desktop's sound server, and the cameras' device files.
     [[nodiscard]] SoundServer& sound();
     [[nodiscard]] CameraWatch& cameras();
+    // Screen Time's counting and record, in the application support folder unless given.
+    [[nodiscard]] ScreenTimeCenter& screenTime();
+    void setScreenTimeRecord(std::string path) { screenTimeRecord_ = std::move(path); }
     // Lets go of what is held for the user (Keep Awake), at once: the first step of quitting.
     void releaseHeld();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
@@ -137,6 +141,9 @@ private:
     ObserverList<> soundChanged_;
     std::unique_ptr<CameraWatch> cameras_;
     ObserverList<> camerasChanged_;
+    std::string screenTimeRecord_;
+    std::unique_ptr<ScreenTimeCenter> screenTime_;
+    ObserverList<> screenTimeChanged_;
     std::unique_ptr<KeepAwakeCenter> keepAwake_;
     ObserverList<> keepAwakeChanged_;
     std::unique_ptr<BatteryMonitor> battery_;

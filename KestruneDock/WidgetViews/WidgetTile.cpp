@@ -13,6 +13,7 @@
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
+#include "KestruneDock/ScreenTimeWidgets/ScreenTimeWidget.h"
 #include "KestruneDock/SoundWidgets/SoundWidget.h"
 #include "KestruneDock/SystemWidgets/ActivityWidget.h"
 #include "KestruneDock/SystemWidgets/NetworkWidget.h"
@@ -227,6 +228,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     case WidgetKind::battery:
     case WidgetKind::devices:
         return std::make_unique<BatteryWidget>(instance, monitors);
+    case WidgetKind::screenTime:
+        return std::make_unique<ScreenTimeWidget>(instance, monitors);
     case WidgetKind::sound:
         return std::make_unique<SoundWidget>(instance, monitors);
     case WidgetKind::micCamera:
