@@ -78,6 +78,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::sound:
     case WidgetMonitors::Source::cameras:
     case WidgetMonitors::Source::screenTime:
+    case WidgetMonitors::Source::desktops:
         break;
     }
     return monitors.devServers().poller();
@@ -216,6 +217,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::sound:
     case WidgetMonitors::Source::cameras:
     case WidgetMonitors::Source::screenTime:
+    case WidgetMonitors::Source::desktops:
         break;
     }
 }

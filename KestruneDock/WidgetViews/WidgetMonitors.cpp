@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KestruneDock/Desktop/DesktopBus.h"
+#include "KestruneDock/Desktop/X11Desktops.h"
 #include "KestruneDock/PowerWidgets/BatteryMonitor.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeCenter.h"
 #include "KestruneDock/ScreenTimeWidgets/ScreenTimeCenter.h"
@@ -177,6 +178,24 @@ ScreenTimeCenter& WidgetMonitors::screenTime()
     return *screenTime_;
 }
 
+X11Desktops& WidgetMonitors::desktops()
+{
+    if (!desktops_) {
+        desktops_ = std::make_unique<X11Desktops>();
+        desktops_->onChange = [this] { desktopsChanged_.notify(); };
+    }
+    return *desktops_;
+}
+
+void WidgetMonitors::setDesktopsWanted(const std::string& holder, bool wanted)
+{
+    if (wanted)
+        desktopsHolders_.insert(holder);
+    else
+        desktopsHolders_.erase(holder);
+    desktops().setWatching(!desktopsHolders_.empty());
+}
+
 void WidgetMonitors::releaseHeld()
 {
     if (keepAwake_)
@@ -233,6 +252,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::sound: return soundChanged_;
     case Source::cameras: return camerasChanged_;
     case Source::screenTime: return screenTimeChanged_;
+    case Source::desktops: return desktopsChanged_;
     }
     return containersChanged_;
 }

@@ -17,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -46,6 +47,7 @@ class KeepAwakeCenter;
 class SoundServer;
 class CameraWatch;
 class ScreenTimeCenter;
+class X11Desktops;
 
 class WidgetMonitors {
 public:
@@ -66,7 +68,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras, screenTime };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras, screenTime, desktops };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -92,6 +94,9 @@ public:
     // Screen Time's counting and record, in the application support folder unless given.
     [[nodiscard]] ScreenTimeCenter& screenTime();
     void setScreenTimeRecord(std::string path) { screenTimeRecord_ = std::move(path); }
+    // The window manager's desktops, followed while some tile wants them.
+    [[nodiscard]] X11Desktops& desktops();
+    void setDesktopsWanted(const std::string& holder, bool wanted);
     // Lets go of what is held for the user (Keep Awake), at once: the first step of quitting.
     void releaseHeld();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
@@ -141,6 +146,9 @@ private:
     ObserverList<> soundChanged_;
     std::unique_ptr<CameraWatch> cameras_;
     ObserverList<> camerasChanged_;
+    std::unique_ptr<X11Desktops> desktops_;
+    std::set<std::string> desktopsHolders_;
+    ObserverList<> desktopsChanged_;
     std::string screenTimeRecord_;
     std::unique_ptr<ScreenTimeCenter> screenTime_;
     ObserverList<> screenTimeChanged_;

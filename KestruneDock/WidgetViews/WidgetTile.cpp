@@ -11,6 +11,7 @@
 #include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/DesktopWidgets/SpacesWidget.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
 #include "KestruneDock/ScreenTimeWidgets/ScreenTimeWidget.h"
@@ -228,6 +229,8 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     case WidgetKind::battery:
     case WidgetKind::devices:
         return std::make_unique<BatteryWidget>(instance, monitors);
+    case WidgetKind::spaces:
+        return std::make_unique<SpacesWidget>(instance, monitors);
     case WidgetKind::screenTime:
         return std::make_unique<ScreenTimeWidget>(instance, monitors);
     case WidgetKind::sound:
