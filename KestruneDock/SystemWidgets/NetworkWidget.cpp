@@ -104,6 +104,11 @@ void NetworkWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPai
     systemface::paintGraph(painter, chart, ups, top * 1.1, systemface::upColour());
 }
 
+std::string NetworkWidget::faceKey() const
+{
+    return graph() ? accessibleText() + "#" + std::to_string(monitors_.systemStats().samples()) : accessibleText();
+}
+
 std::string NetworkWidget::accessibleText() const
 {
     if (!hasSample())

@@ -21,6 +21,10 @@ public:
     std::string accessibleText() const override;
     QWidget* makeCard() override;
 
+protected:
+    // The graph moves on with every sample.
+    std::string faceKey() const override;
+
 private:
     [[nodiscard]] bool graph() const { return instance_.style == "graph"; }
 };

@@ -11,8 +11,13 @@ SystemStatsTile::SystemStatsTile(WidgetInstance instance, WidgetMonitors& monito
     : WidgetTile(std::move(instance)), monitors_(monitors), parts_(parts)
 {
     watch_ = monitors_.addObserver(WidgetMonitors::Source::systemStats, [this] {
-        if (shown_)
-            tellChanged();
+        if (!shown_)
+            return;
+        std::string key = faceKey();
+        if (key == shownKey_)
+            return;
+        shownKey_ = std::move(key);
+        tellChanged();
     });
 }
 
@@ -33,6 +38,7 @@ bool SystemStatsTile::hasSample() const
 
 void SystemStatsTile::shownChanged()
 {
+    shownKey_.clear();
     if (shown_)
         demand_ = monitors_.systemStats().demand(parts_, sampleInterval);
     else

@@ -26,11 +26,15 @@ public:
 
 protected:
     void shownChanged() override;
+    // What the face shows, to tell whether a sample changed it: a tile whose face would look the
+    // same is not painted again.
+    [[nodiscard]] virtual std::string faceKey() const { return accessibleText(); }
 
     WidgetMonitors& monitors_;
 
 private:
     SystemStatsParts parts_;
+    std::string shownKey_;
     SystemStatsDemandToken demand_;
     uint64_t watch_ = 0;
 };

@@ -79,6 +79,7 @@ DevPoller& pollerOf(WidgetMonitors& monitors, WidgetMonitors::Source source)
     case WidgetMonitors::Source::cameras:
     case WidgetMonitors::Source::screenTime:
     case WidgetMonitors::Source::desktops:
+    case WidgetMonitors::Source::look:
         break;
     }
     return monitors.devServers().poller();
@@ -218,6 +219,7 @@ void fillCard(ListCard& card, WidgetMonitors& monitors, WidgetMonitors::Source s
     case WidgetMonitors::Source::cameras:
     case WidgetMonitors::Source::screenTime:
     case WidgetMonitors::Source::desktops:
+    case WidgetMonitors::Source::look:
         break;
     }
 }

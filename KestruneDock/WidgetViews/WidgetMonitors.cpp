@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "KestruneDock/Desktop/DesktopBus.h"
+#include "KestruneDock/Desktop/DesktopLook.h"
 #include "KestruneDock/Desktop/X11Desktops.h"
 #include "KestruneDock/PowerWidgets/BatteryMonitor.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeCenter.h"
@@ -196,6 +197,15 @@ void WidgetMonitors::setDesktopsWanted(const std::string& holder, bool wanted)
     desktops().setWatching(!desktopsHolders_.empty());
 }
 
+DesktopLook& WidgetMonitors::look()
+{
+    if (!look_) {
+        look_ = std::make_unique<DesktopLook>(DesktopLook::running());
+        look_->onChange = [this] { lookChanged_.notify(); };
+    }
+    return *look_;
+}
+
 void WidgetMonitors::releaseHeld()
 {
     if (keepAwake_)
@@ -253,6 +263,7 @@ ObserverList<>& WidgetMonitors::changed(Source source)
     case Source::cameras: return camerasChanged_;
     case Source::screenTime: return screenTimeChanged_;
     case Source::desktops: return desktopsChanged_;
+    case Source::look: return lookChanged_;
     }
     return containersChanged_;
 }

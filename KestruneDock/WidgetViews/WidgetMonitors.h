@@ -48,6 +48,7 @@ class SoundServer;
 class CameraWatch;
 class ScreenTimeCenter;
 class X11Desktops;
+class DesktopLook;
 
 class WidgetMonitors {
 public:
@@ -68,7 +69,7 @@ public:
     void removeRepositoriesObserver(uint64_t id) { repositoriesChanged_.remove(id); }
 
     // The monitors read whole, each telling its tiles of every change.
-    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras, screenTime, desktops };
+    enum class Source { pullRequests, containers, devServers, endpoints, simulators, aiUsage, commands, systemStats, storage, processes, battery, keepAwake, sound, cameras, screenTime, desktops, look };
     [[nodiscard]] PullRequestsMonitor& pullRequests();
     // How the pull requests are asked for, before they first are: gh from its usual places
     // unless given.
@@ -97,6 +98,8 @@ public:
     // The window manager's desktops, followed while some tile wants them.
     [[nodiscard]] X11Desktops& desktops();
     void setDesktopsWanted(const std::string& holder, bool wanted);
+    // Light or dark and desktop icons, where the running desktop keeps them.
+    [[nodiscard]] DesktopLook& look();
     // Lets go of what is held for the user (Keep Awake), at once: the first step of quitting.
     void releaseHeld();
     // The addresses an Endpoints tile checks; the monitor checks every tile's.
@@ -146,6 +149,8 @@ private:
     ObserverList<> soundChanged_;
     std::unique_ptr<CameraWatch> cameras_;
     ObserverList<> camerasChanged_;
+    std::unique_ptr<DesktopLook> look_;
+    ObserverList<> lookChanged_;
     std::unique_ptr<X11Desktops> desktops_;
     std::set<std::string> desktopsHolders_;
     ObserverList<> desktopsChanged_;

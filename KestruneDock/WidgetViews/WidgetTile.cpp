@@ -11,6 +11,7 @@
 #include "KestruneDock/Commands/CommandsWidget.h"
 #include "KestruneDock/DevGit/GitWidget.h"
 #include "KestruneDock/DevTimestamp/TimestampWidget.h"
+#include "KestruneDock/DesktopWidgets/ControlsWidget.h"
 #include "KestruneDock/DesktopWidgets/SpacesWidget.h"
 #include "KestruneDock/PowerWidgets/BatteryWidget.h"
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
@@ -229,6 +230,12 @@ std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, Widge
     case WidgetKind::battery:
     case WidgetKind::devices:
         return std::make_unique<BatteryWidget>(instance, monitors);
+    case WidgetKind::appearance:
+        return std::make_unique<AppearanceWidget>(instance, monitors);
+    case WidgetKind::desktopIcons:
+        return std::make_unique<DesktopIconsWidget>(instance, monitors);
+    case WidgetKind::controls:
+        return std::make_unique<ControlsWidget>(instance, monitors);
     case WidgetKind::spaces:
         return std::make_unique<SpacesWidget>(instance, monitors);
     case WidgetKind::screenTime:
