@@ -83,7 +83,15 @@ TEST(SystemWidgets, ActivityAndNetworkShowTheSamplersFiguresAndHoldItOnlyWhileSh
         ASSERT_TRUE(busiest);
         ASSERT_TRUE(test::spinUntil([&] { return monitors.processes().reading().has_value(); }, 5000));
         auto* summary = card->findChild<QLabel*>();
-        EXPECT_TRUE(summary->text().startsWith(QStringLiteral("Processor "))) << summary->text().toStdString();
+        EXPECT_TRUE(test::spinUntil([&] { return summary->text().startsWith(QStringLiteral("Processor ")); }, 5000)) << summary->text().toStdString();
+        card->resize(420, card->sizeHint().height());
+        for (int scale : { 1, 2 }) {
+            QImage image(card->size() * scale, QImage::Format_ARGB32_Premultiplied);
+            image.setDevicePixelRatio(scale);
+            image.fill(Qt::white);
+            card->render(&image);
+            image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/card-activity-" + std::to_string(scale) + "x.png"));
+        }
     }
     EXPECT_FALSE(monitors.processes().poller().isActive());
 

@@ -68,6 +68,18 @@ void save(const QImage& image, const std::string& name)
     image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
 }
 
+void saveCard(QWidget& card, const std::string& name)
+{
+    card.resize(380, card.sizeHint().height());
+    for (int scale : { 1, 2 }) {
+        QImage image(card.size() * scale, QImage::Format_ARGB32_Premultiplied);
+        image.setDevicePixelRatio(scale);
+        image.fill(Qt::white);
+        card.render(&image);
+        save(image, name + "-" + std::to_string(scale) + "x");
+    }
+}
+
 // Pixels clearly lighter than the bar behind them: what the face drew.
 int inkPixels(const QImage& image)
 {
@@ -202,6 +214,15 @@ TEST(TimeWidgets, TheMoonIsLitOnTheRightAsItWaxesAndOnTheLeftAsItWanes)
     for (double size : { 16.0, 96.0 })
         for (int scale : { 1, 2 })
             save(render(tile, size, scale), "moon-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+    std::unique_ptr<QWidget> card(tile.makeCard());
+    saveCard(*card, "card-moon");
+
+    // The clock's card: the dial, the date, the week, and the zones.
+    WidgetInstance world = WidgetInstance::make(WidgetKind::clock);
+    world.options["zones"] = "America/New_York Asia/Tokyo";
+    ClockWidget clock(world, runtime);
+    std::unique_ptr<QWidget> clockCard(clock.makeCard());
+    saveCard(*clockCard, "card-clock");
 }
 
 TEST(TimeWidgets, ProgressAndCountdownSayWhatIsGoneAndWhatIsLeft)
