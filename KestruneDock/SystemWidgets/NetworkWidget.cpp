@@ -40,7 +40,7 @@ std::optional<WifiNetwork> currentWifi(const QDBusConnection& bus)
 {
     if (!bus.isConnected())
         return std::nullopt;
-    QVariant devices = property(bus, QStringLiteral("/org/freedesktop/NetworkManager"), networkManager, QStringLiteral("AllDevices"));
+    QVariant devices = property(bus, QStringLiteral("/org/freedesktop/NetworkManager"), networkManager, QStringLiteral("Devices"));
     const QDBusArgument list = devices.value<QDBusArgument>();
     QList<QDBusObjectPath> paths;
     if (list.currentType() == QDBusArgument::ArrayType)

@@ -2,6 +2,11 @@
 // large dock: what they say, and that they want the sampler and the disks only while shown.
 
 #include <filesystem>
+#include <optional>
+
+#include <QDBusArgument>
+#include <QDBusObjectPath>
+#include <QDBusVariant>
 
 #include <QImage>
 #include <QLabel>
@@ -17,6 +22,7 @@
 #include "KestruneKit/SystemStats/ProcessesMonitor.h"
 #include "KestruneKit/SystemStats/StorageMonitor.h"
 #include "KestruneKit/SystemStats/SystemStatsSampler.h"
+#include "tests/helpers/MockBus.h"
 #include "tests/helpers/QtSpin.h"
 
 namespace kestrune {
@@ -140,6 +146,58 @@ TEST(SystemWidgets, StorageShowsTheSystemDisksFreeSpaceAndReadsOnlyWhileShown)
     saveTile(tile, "storage");
     tile.setShown(false);
     EXPECT_FALSE(monitors.storage().poller().isActive());
+}
+
+TEST(SystemWidgets, EjectAsksUDisks2AndWifiComesFromNetworkManager)
+{
+    if (!test::MockBus::available())
+        GTEST_SKIP() << "dbus-daemon is not installed (scripts/setup installs it)";
+    test::MockBus bus;
+    ASSERT_TRUE(bus.connection && bus.connection->isConnected());
+    auto eject = [&](const QString& device) {
+        std::optional<QString> said;
+        ejectDrive(*bus.connection, device, [&](const QString& failure) { said = failure; });
+        EXPECT_TRUE(test::spinUntil([&] { return said.has_value(); })) << "no answer for " << device.toStdString();
+        return said.value_or(QStringLiteral("no answer"));
+    };
+    EXPECT_EQ(eject(QStringLiteral("/dev/sdb1")), QStringLiteral("Couldn’t eject: UDisks2 isn’t running on this computer"));
+
+    const QString udisks = QStringLiteral("org.freedesktop.UDisks2");
+    ASSERT_TRUE(bus.serve(KESTRUNE_TEST_SOURCES "/helpers/udisks2_template.py", udisks));
+    auto called = [&](const QString& path, const QString& method) {
+        QDBusArgument calls = bus.mock(udisks, path, QStringLiteral("GetMethodCalls"), { method }).arguments().value(0).value<QDBusArgument>();
+        calls.beginArray();
+        return !calls.atEnd();
+    };
+    EXPECT_EQ(eject(QStringLiteral("/dev/sdb1")), QString());
+    EXPECT_TRUE(called(QStringLiteral("/org/freedesktop/UDisks2/block_devices/sdb1"), QStringLiteral("Unmount")));
+    EXPECT_TRUE(called(QStringLiteral("/org/freedesktop/UDisks2/drives/USB_Stick"), QStringLiteral("Eject")));
+    EXPECT_EQ(eject(QStringLiteral("/dev/sdc1")), QStringLiteral("Couldn’t eject: a program is still using the drive"));
+    EXPECT_EQ(eject(QStringLiteral("/dev/sdz9")), QStringLiteral("Couldn’t eject: the drive is gone"));
+
+    // NetworkManager's Wi-Fi: the network the device is on and its signal.
+    const QString nm = QStringLiteral("org.freedesktop.NetworkManager");
+    EXPECT_FALSE(currentWifi(*bus.connection)) << "a Wi-Fi network without NetworkManager";
+    ASSERT_TRUE(bus.serve("networkmanager", nm));
+    QString device = bus.mock(nm, QStringLiteral("/org/freedesktop/NetworkManager"), QStringLiteral("AddWiFiDevice"),
+                              { QStringLiteral("wlan0"), QStringLiteral("wlan0"), 100 })
+                         .arguments()
+                         .value(0)
+                         .toString();
+    EXPECT_FALSE(currentWifi(*bus.connection)) << "a device on no network";
+    QString point = bus.mock(nm, QStringLiteral("/org/freedesktop/NetworkManager"), QStringLiteral("AddAccessPoint"),
+                             { device, QStringLiteral("home"), QStringLiteral("Home Wi-Fi"), QStringLiteral("00:11:22:33:44:55"), quint32(2),
+                               quint32(2437), quint32(54000), QVariant::fromValue(uchar(73)), quint32(0) })
+                        .arguments()
+                        .value(0)
+                        .toString();
+    bus.mock(nm, device, QStringLiteral("AddProperty"),
+             { QStringLiteral("org.freedesktop.NetworkManager.Device.Wireless"), QStringLiteral("ActiveAccessPoint"),
+               QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusObjectPath(point)))) });
+    auto wifi = currentWifi(*bus.connection);
+    ASSERT_TRUE(wifi);
+    EXPECT_EQ(wifi->name, QStringLiteral("Home Wi-Fi"));
+    EXPECT_EQ(wifi->signal, 73);
 }
 
 } // namespace
