@@ -210,6 +210,9 @@ void WidgetMonitors::releaseHeld()
 {
     if (keepAwake_)
         keepAwake_->release();
+    // Screen Time's running stretch is written before anything can stop it.
+    if (screenTime_)
+        screenTime_->flush();
 }
 
 DevServersMonitor& WidgetMonitors::devServers()

@@ -781,6 +781,50 @@ int widgetControlX(const test::XRect& bar)
     return static_cast<int>(std::lround(bar.x + bar.width - (layout.restingLength() - layout.frames()[0].restingCenter)));
 }
 
+TEST(DockDesktopWidgets, TheSystemMonitorRowRunsOnTheDesktopAndScreenTimeKeepsTheActiveApp)
+{
+    XSession session(XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    DockHome home;
+    nlohmann::json row = nlohmann::json::array();
+    for (const char* kind : { "activity", "network", "storage", "battery", "sound", "screenTime", "clock", "spaces" })
+        row.push_back({ { "id", Uuid::random().toString() }, { "kind", kind }, { "style", "" },
+                        { "options", std::string(kind) == "clock" ? nlohmann::json { { "seconds", "true" } } : nlohmann::json::object() } });
+    auto preferences = nlohmann::json::parse(home.preferencesText());
+    preferences["widgets"] = { { "$data", QByteArray::fromStdString(row.dump()).toBase64().toStdString() } };
+    home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+    auto dock = startDock(home.environment(session));
+    ASSERT_TRUE(dock);
+    auto window = restingDock(session, *dock);
+    ASSERT_TRUE(window) << "the dock never came to rest";
+    // Another program's window comes up and is the active one for a while.
+    auto launched = anotherWindow(session, 300, "ScreenTimeProbe");
+    std::unique_ptr<ChildProcess>& program = launched.first;
+    std::optional<xcb_window_t> target = launched.second;
+    ASSERT_TRUE(target);
+    ASSERT_TRUE(test::eventually([&] { return session.activeWindow() == target; }, 10)) << "the window never became active";
+    settledBar(session, *window);
+    std::this_thread::sleep_for(std::chrono::seconds(2));
+    session.screenshot("desktop-system-widgets-1x");
+    // Quitting writes the stretch not yet written.
+    dock->signal(SIGTERM);
+    EXPECT_TRUE(dock->wait().succeeded());
+    program->signal(SIGTERM);
+    program->wait();
+    std::string record = home.folder.file("data/kestrune-dock/screen-time.sqlite");
+    ChildProcessOptions query;
+    query.executable = "/usr/bin/sqlite3";
+    query.arguments = { record, "SELECT app, seconds > 1 FROM usage" };
+    query.output = ChildStream::pipe;
+    auto sqlite = test::spawn(query);
+    ASSERT_TRUE(sqlite);
+    std::string said;
+    (void)readUntil(sqlite->outputFd(), said, "\n", 10);
+    sqlite->wait();
+    EXPECT_NE(said.find("ScreenTimeProbe|1"), std::string::npos) << "the record holds: " << said;
+}
+
 TEST(DockDesktopWidgets, ThePagesTileStepsThroughThePagesAndTheStackTileOpensItsList)
 {
     XSession session(XSession::WindowManager::openbox);
