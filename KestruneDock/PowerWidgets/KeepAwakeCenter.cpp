@@ -4,6 +4,7 @@
 
 #include <xcb/screensaver.h>
 
+#include <QCoreApplication>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -21,7 +22,8 @@ const QString managerInterface = QStringLiteral("org.freedesktop.login1.Manager"
 void callThen(const QDBusConnection& bus, const QDBusMessage& call, std::function<void(const QDBusMessage&)> then)
 {
     // Suspending can take logind a while to answer; nothing waits on it.
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 25'000));
+    // Owned by the application until the answer comes, so that none is left behind at exit.
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 25'000), QCoreApplication::instance());
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
         then(finished->reply());
         finished->deleteLater();

@@ -139,7 +139,7 @@ double SoundWidget::length(double iconSize) const
 {
     const SoundState& state = monitors_.sound().state();
     if (!state.problem.empty())
-        return std::clamp(widgetface::linesLength(iconSize, QStringLiteral("Sound"), text(state.problem), false), iconSize * 2, std::max(iconSize * 4, 120.0));
+        return std::clamp(widgetface::linesLength(iconSize, QStringLiteral("Sound"), widgetface::shortProblem(text(state.problem)), false), iconSize * 2, std::max(iconSize * 4, 120.0));
     if (iconSize < linesFrom)
         return std::ceil(widgetface::inset(iconSize) * 0.8 + iconSize * 0.6 * 1.05
                          + widgetface::linesLength(iconSize, QString(), QStringLiteral("100\u2009%"), false));
@@ -154,7 +154,7 @@ void SoundWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaint
     const SoundState& state = monitors_.sound().state();
     double size = tile.height();
     if (!state.problem.empty()) {
-        widgetface::paintLines(painter, tile, QStringLiteral("Sound"), text(state.problem));
+        widgetface::paintLines(painter, tile, QStringLiteral("Sound"), widgetface::shortProblem(text(state.problem)));
         return;
     }
     double pad = widgetface::inset(size);

@@ -1,6 +1,7 @@
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
 
 #include <QDBusArgument>
+#include <QCoreApplication>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -41,7 +42,8 @@ void callThen(const QDBusConnection& bus, const QString& path, const QString& in
     QDBusMessage call = QDBusMessage::createMethodCall(udisks, path, interface, method);
     call.setArguments(arguments);
     // Unmounting waits for buffered writes to reach the stick: give it time.
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 120'000));
+    // Owned by the application until the answer comes, so that none is left behind at exit.
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 120'000), QCoreApplication::instance());
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
         then(finished->reply());
         finished->deleteLater();

@@ -157,6 +157,11 @@ void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, c
     painter.restore();
 }
 
+QString shortProblem(const QString& sentence)
+{
+    return sentence.section(QStringLiteral(", so "), 0, 0);
+}
+
 double linesLength(double iconSize, const QString& caption, const QString& value, bool withState)
 {
     if (iconSize < twoLinesFrom) {
