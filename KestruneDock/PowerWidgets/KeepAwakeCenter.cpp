@@ -5,6 +5,7 @@
 #include <xcb/screensaver.h>
 
 #include <QCoreApplication>
+#include <QTimer>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -26,7 +27,8 @@ void callThen(const QDBusConnection& bus, const QDBusMessage& call, std::functio
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 25'000), QCoreApplication::instance());
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
         then(finished->reply());
-        finished->deleteLater();
+        // A zero timer, not deleteLater: that one waits for an outer event loop that may never come.
+        QTimer::singleShot(0, QCoreApplication::instance(), [finished] { delete finished; });
     });
 }
 

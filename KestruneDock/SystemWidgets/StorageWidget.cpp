@@ -2,6 +2,7 @@
 
 #include <QDBusArgument>
 #include <QCoreApplication>
+#include <QTimer>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -46,7 +47,8 @@ void callThen(const QDBusConnection& bus, const QString& path, const QString& in
     auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 120'000), QCoreApplication::instance());
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
         then(finished->reply());
-        finished->deleteLater();
+        // A zero timer, not deleteLater: that one waits for an outer event loop that may never come.
+        QTimer::singleShot(0, QCoreApplication::instance(), [finished] { delete finished; });
     });
 }
 

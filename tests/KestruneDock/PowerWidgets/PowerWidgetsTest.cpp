@@ -205,7 +205,9 @@ TEST(PowerWidgets, KeepAwakeHoldsLogindsInhibitorOnlyWhileOnAndLockAndSleepAskLo
     auto called = [&](const QString& path, const QString& method) {
         QDBusArgument calls = bus.mock(login1, path, QStringLiteral("GetMethodCalls"), { method }).arguments().value(0).value<QDBusArgument>();
         calls.beginArray();
-        return !calls.atEnd();
+        bool any = !calls.atEnd();
+        calls.endArray();
+        return any;
     };
     lockSleep.pressed(QPointF(0.2, 0.5));
     EXPECT_TRUE(test::spinUntil([&] { return called(QStringLiteral("/org/freedesktop/login1/session/c1"), QStringLiteral("Lock")); }))

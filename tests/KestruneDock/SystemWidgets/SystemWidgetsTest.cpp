@@ -167,7 +167,9 @@ TEST(SystemWidgets, EjectAsksUDisks2AndWifiComesFromNetworkManager)
     auto called = [&](const QString& path, const QString& method) {
         QDBusArgument calls = bus.mock(udisks, path, QStringLiteral("GetMethodCalls"), { method }).arguments().value(0).value<QDBusArgument>();
         calls.beginArray();
-        return !calls.atEnd();
+        bool any = !calls.atEnd();
+        calls.endArray();
+        return any;
     };
     EXPECT_EQ(eject(QStringLiteral("/dev/sdb1")), QString());
     EXPECT_TRUE(called(QStringLiteral("/org/freedesktop/UDisks2/block_devices/sdb1"), QStringLiteral("Unmount")));
