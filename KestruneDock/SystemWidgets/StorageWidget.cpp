@@ -68,9 +68,9 @@ QString failureOf(const QDBusMessage& reply, const QString& doing)
 void ejectDrive(const QDBusConnection& bus, const QString& device, std::function<void(const QString& failure)> done)
 {
     const QVariantMap none;
-    QVariantMap spec { { QStringLiteral("path"), device } };
+    QVariantMap byPath { { QStringLiteral("path"), device } };
     callThen(bus, QStringLiteral("/org/freedesktop/UDisks2/Manager"), udisks + QStringLiteral(".Manager"), QStringLiteral("ResolveDevice"),
-             { spec, none }, [bus, done, none](const QDBusMessage& found) {
+             { byPath, none }, [bus, done, none](const QDBusMessage& found) {
                  if (QString failure = failureOf(found, QStringLiteral("find the drive")); !failure.isEmpty())
                      return done(failure);
                  QList<QDBusObjectPath> blocks = qdbus_cast<QList<QDBusObjectPath>>(found.arguments().value(0));
@@ -129,23 +129,10 @@ void StorageWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPai
 {
     LinesTile::paint(painter, tile, context);
     const StorageVolume* volume = shownVolume();
-    double size = tile.height();
-    if (!volume || size < 28)
+    if (!volume)
         return;
-    double pad = widgetface::inset(size);
-    double thickness = std::max(2.0, size * 0.07);
-    QRectF track(tile.left() + pad, tile.bottom() - pad * 0.55 - thickness, tile.width() - 2 * pad, thickness);
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(255, 255, 255, 45));
-    painter.drawRoundedRect(track, thickness / 2, thickness / 2);
     double used = usedShare(*volume);
-    painter.setBrush(used > 0.9 ? stateColour::trouble() : used > 0.8 ? stateColour::waiting() : QColor(0x64, 0xd2, 0xff));
-    QRectF done = track;
-    done.setWidth(std::max(thickness, track.width() * used));
-    painter.drawRoundedRect(done, thickness / 2, thickness / 2);
-    painter.restore();
+    widgetface::paintFootBar(painter, tile, used, used > 0.9 ? stateColour::trouble() : used > 0.8 ? stateColour::waiting() : QColor(0x64, 0xd2, 0xff));
 }
 
 namespace {

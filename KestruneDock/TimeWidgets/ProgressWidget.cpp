@@ -63,23 +63,7 @@ void ProgressWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPa
     double gone = progressGone(span(), civilTime(now), firstWeekday());
     widgetface::paintPlate(painter, tile, context);
     widgetface::paintLines(painter, tile, caption(span(), now), percentText(percentGone(span(), now)));
-    // The bar along the foot of the plate, where there is room below the lines.
-    double size = tile.height();
-    if (size < 28)
-        return;
-    double pad = widgetface::inset(size);
-    double thickness = std::max(2.0, size * 0.07);
-    QRectF track(tile.left() + pad, tile.bottom() - pad * 0.55 - thickness, tile.width() - 2 * pad, thickness);
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(Qt::NoPen);
-    painter.setBrush(QColor(255, 255, 255, 45));
-    painter.drawRoundedRect(track, thickness / 2, thickness / 2);
-    painter.setBrush(QColor(0x64, 0xd2, 0xff));
-    QRectF done = track;
-    done.setWidth(std::max(thickness, track.width() * gone));
-    painter.drawRoundedRect(done, thickness / 2, thickness / 2);
-    painter.restore();
+    widgetface::paintFootBar(painter, tile, gone, QColor(0x64, 0xd2, 0xff));
 }
 
 std::string ProgressWidget::accessibleText() const

@@ -157,6 +157,26 @@ void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, c
     painter.restore();
 }
 
+void paintFootBar(QPainter& painter, const QRectF& tile, double fraction, const QColor& colour)
+{
+    double size = tile.height();
+    if (size < twoLinesFrom)
+        return;
+    double pad = inset(size);
+    double thickness = std::max(2.0, size * 0.07);
+    QRectF track(tile.left() + pad, tile.bottom() - pad * 0.55 - thickness, tile.width() - 2 * pad, thickness);
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(255, 255, 255, 45));
+    painter.drawRoundedRect(track, thickness / 2, thickness / 2);
+    painter.setBrush(colour);
+    QRectF done = track;
+    done.setWidth(std::max(thickness, track.width() * std::clamp(fraction, 0.0, 1.0)));
+    painter.drawRoundedRect(done, thickness / 2, thickness / 2);
+    painter.restore();
+}
+
 QString shortProblem(const QString& sentence)
 {
     return sentence.section(QStringLiteral(", so "), 0, 0);

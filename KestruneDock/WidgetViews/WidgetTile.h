@@ -129,6 +129,9 @@ void paintPlate(QPainter& painter, const QRectF& tile, const WidgetPaintContext&
 // before the caption when given.
 void paintLines(QPainter& painter, const QRectF& tile, const QString& caption, const QString& value,
                 std::optional<QColor> state = std::nullopt);
+// A bar along the foot of the plate, filled by `fraction` in `colour`; drawn only where a tile is
+// deep enough to have room below its two lines.
+void paintFootBar(QPainter& painter, const QRectF& tile, double fraction, const QColor& colour);
 // A problem's sentence as a tile has room for it: its first clause ("UPower isn’t running" of
 // "UPower isn’t running, so batteries can’t be read"); the card says the whole.
 [[nodiscard]] QString shortProblem(const QString& sentence);
