@@ -15,13 +15,14 @@ namespace {
 
 const QString xfconf = QStringLiteral("org.xfce.Xfconf");
 const QString xfconfPath = QStringLiteral("/org/xfce/Xfconf");
-constexpr const char* dingExtension = "ding@rastersoft.com";
+const QString dingExtension = QStringLiteral("ding@rastersoft.com");
 
 // One key of one schema, made only when the schema and key are installed (GSettings aborts the
 // process on an unknown schema).
 struct Key {
     GSettings* settings = nullptr;
     std::string key;
+    gulong handler = 0;
 
     Key() = default;
     Key(const char* schemaId, const char* name) : key(name)
@@ -35,17 +36,26 @@ struct Key {
     }
     ~Key()
     {
+        if (settings && handler)
+            g_signal_handler_disconnect(settings, handler);
         if (settings)
             g_object_unref(settings);
     }
     Key(const Key&) = delete;
     Key& operator=(const Key&) = delete;
-    Key(Key&& other) noexcept : settings(std::exchange(other.settings, nullptr)), key(std::move(other.key)) {}
+    Key(Key&& other) noexcept : settings(std::exchange(other.settings, nullptr)), key(std::move(other.key)), handler(std::exchange(other.handler, 0)) {}
     Key& operator=(Key&& other) noexcept
     {
         std::swap(settings, other.settings);
         std::swap(key, other.key);
+        std::swap(handler, other.handler);
         return *this;
+    }
+    // `changed(data)` runs whenever the value changes, from here or elsewhere.
+    void follow(void (*changed)(void*), void* data)
+    {
+        if (settings)
+            handler = g_signal_connect_swapped(settings, ("changed::" + key).c_str(), G_CALLBACK(changed), data);
     }
 
     explicit operator bool() const { return settings != nullptr; }
@@ -93,13 +103,22 @@ bool themeInstalled(const QString& name)
     return false;
 }
 
-bool extensionInstalled(const char* uuid)
+bool extensionInstalled(const QString& uuid)
 {
     for (const QString& folder : { QDir::homePath() + QStringLiteral("/.local/share/gnome-shell/extensions/"),
                                    QStringLiteral("/usr/share/gnome-shell/extensions/") })
-        if (QFileInfo(folder + QString::fromUtf8(uuid)).isDir())
+        if (QFileInfo(folder + uuid).isDir())
             return true;
     return false;
+}
+
+// Ubuntu's session turns Desktop Icons NG on without listing it; the user's disabled list still wins.
+bool extensionEnabled(const QStringList& enabled, const QStringList& disabled)
+{
+    if (disabled.contains(dingExtension))
+        return false;
+    return enabled.contains(dingExtension)
+        || qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':')).contains(QStringLiteral("ubuntu"), Qt::CaseInsensitive);
 }
 
 QString desktopName()
@@ -113,9 +132,12 @@ QString desktopName()
 struct DesktopLook::Settings {
     Key colorScheme;  // "prefer-dark" or "default"
     Key theme;        // the GTK theme, switched to its dark or light sibling
-    Key icons;        // a boolean, or GNOME Shell's list of enabled extensions
-    bool iconsByExtension = false;
-    std::vector<gulong> handlers;
+    Key icons;
+    Key extensionsOff; // GNOME Shell's disabled extensions, which win over enabled ones
+    // How `icons` holds it: a boolean; GNOME Shell's list of enabled extensions; Nemo's desktop
+    // layout, "PRIMARY::OTHERS" with each true or false.
+    enum class Icons { flag, extensionList, nemoLayout } iconsIn = Icons::flag;
+    QString shownLayout = QStringLiteral("true::false"); // Nemo's default
 };
 
 DesktopLook::Desktop DesktopLook::running()
@@ -152,7 +174,8 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
         settings_->theme = Key("org.gnome.desktop.interface", "gtk-theme");
         // GNOME's desktop icons are the Desktop Icons NG extension, turned on and off in the Shell's list.
         settings_->icons = Key("org.gnome.shell", "enabled-extensions");
-        settings_->iconsByExtension = true;
+        settings_->extensionsOff = Key("org.gnome.shell", "disabled-extensions");
+        settings_->iconsIn = Settings::Icons::extensionList;
         if (!settings_->icons)
             iconsProblem_ = QStringLiteral("Desktop icons can’t be switched: GNOME Shell’s settings aren’t installed");
         else if (!extensionInstalled(dingExtension))
@@ -161,7 +184,8 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
     case Desktop::cinnamon:
         settings_->colorScheme = Key("org.x.apps.portal", "color-scheme");
         settings_->theme = Key("org.cinnamon.desktop.interface", "gtk-theme");
-        settings_->icons = Key("org.nemo.desktop", "show-desktop-icons");
+        settings_->icons = Key("org.nemo.desktop", "desktop-layout");
+        settings_->iconsIn = Settings::Icons::nemoLayout;
         if (!settings_->icons)
             iconsProblem_ = QStringLiteral("Desktop icons can’t be switched: Nemo’s settings aren’t installed");
         break;
@@ -172,8 +196,8 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
             iconsProblem_ = QStringLiteral("Desktop icons can’t be switched: MATE’s settings aren’t installed");
         break;
     case Desktop::xfce:
-        bus_.connect(xfconf, xfconfPath, xfconf, QStringLiteral("PropertyChanged"), this,
-                     SLOT(xfconfChanged(QString, QString, QDBusVariant)));
+        for (const QString& signal : { QStringLiteral("PropertyChanged"), QStringLiteral("PropertyRemoved") })
+            bus_.connect(xfconf, xfconfPath, xfconf, signal, this, SLOT(xfconfChanged(QString)));
         break;
     case Desktop::other:
         darkProblem_ = QStringLiteral("Light and dark mode can’t be switched on %1").arg(desktopName());
@@ -182,13 +206,13 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
     }
     if (desktop_ != Desktop::xfce && desktop_ != Desktop::other && !settings_->colorScheme && !settings_->theme)
         darkProblem_ = QStringLiteral("Light and dark mode can’t be switched: %1’s settings aren’t installed").arg(desktopName());
-    for (Key* key : { &settings_->colorScheme, &settings_->theme, &settings_->icons })
-        if (*key)
-            settings_->handlers.push_back(g_signal_connect_swapped(key->settings, ("changed::" + key->key).c_str(),
-                                                                   G_CALLBACK(+[](DesktopLook* self) { self->read(); }), this));
+    for (Key* key : { &settings_->colorScheme, &settings_->theme, &settings_->icons, &settings_->extensionsOff })
+        key->follow(+[](void* self) { static_cast<DesktopLook*>(self)->read(); }, this);
     read();
 
     // The portal's answer is what apps follow; where one runs, it has the last word.
+    // QtDBus looks a slot's argument types up by name, which it knows only once registered.
+    qRegisterMetaType<QDBusVariant>();
     bus_.connect(QStringLiteral("org.freedesktop.portal.Desktop"), QStringLiteral("/org/freedesktop/portal/desktop"),
                  QStringLiteral("org.freedesktop.portal.Settings"), QStringLiteral("SettingChanged"), this,
                  SLOT(portalChanged(QString, QString, QDBusVariant)));
@@ -201,51 +225,33 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
         QDBusMessage reply = finished->reply();
         if (reply.type() == QDBusMessage::ErrorMessage)
             return;
-        // A variant holding a variant holding the number.
-        QVariant value = qdbus_cast<QDBusVariant>(reply.arguments().value(0)).variant();
-        if (value.canConvert<QDBusVariant>())
-            value = qdbus_cast<QDBusVariant>(value).variant();
-        portalChanged(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"), QDBusVariant(value));
+        // Read answers a variant holding a variant holding the number.
+        portalChanged(QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme"),
+                      qdbus_cast<QDBusVariant>(reply.arguments().value(0)));
     });
 }
 
-DesktopLook::~DesktopLook()
-{
-    size_t index = 0;
-    for (Key* key : { &settings_->colorScheme, &settings_->theme, &settings_->icons })
-        if (*key && index < settings_->handlers.size())
-            g_signal_handler_disconnect(key->settings, settings_->handlers[index++]);
-}
+DesktopLook::~DesktopLook() = default;
 
 void DesktopLook::portalChanged(const QString& group, const QString& key, const QDBusVariant& value)
 {
     if (group != QStringLiteral("org.freedesktop.appearance") || key != QStringLiteral("color-scheme"))
         return;
     portal_ = true;
-    bool dark = value.variant().toUInt() == 1;
-    if (dark != dark_) {
-        dark_ = dark;
-        changed();
-    }
+    QVariant scheme = value.variant();
+    if (scheme.canConvert<QDBusVariant>())
+        scheme = qdbus_cast<QDBusVariant>(scheme).variant();
+    // 0 no preference, 1 dark, 2 light.
+    update(scheme.toUInt() == 1, icons_, darkProblem_, iconsProblem_);
 }
 
-void DesktopLook::xfconfChanged(const QString& channel, const QString&, const QDBusVariant&)
+void DesktopLook::xfconfChanged(const QString& channel)
 {
     if (channel == QStringLiteral("xsettings") || channel == QStringLiteral("xfce4-desktop"))
         read();
 }
 
 namespace {
-
-QVariant xfconfGet(const QDBusConnection& bus, const QString& channel, const QString& property, bool* ok)
-{
-    QDBusMessage call = QDBusMessage::createMethodCall(xfconf, xfconfPath, xfconf, QStringLiteral("GetProperty"));
-    call.setArguments({ channel, property });
-    // xfconfd answers from memory; a short wait at most.
-    QDBusMessage reply = bus.call(call, QDBus::Block, 500);
-    *ok = reply.type() != QDBusMessage::ErrorMessage;
-    return *ok ? qdbus_cast<QDBusVariant>(reply.arguments().value(0)).variant() : QVariant();
-}
 
 void xfconfSet(const QDBusConnection& bus, const QString& channel, const QString& property, const QVariant& value)
 {
@@ -256,35 +262,111 @@ void xfconfSet(const QDBusConnection& bus, const QString& channel, const QString
 
 } // namespace
 
+void DesktopLook::xfconfGet(const QString& channel, const QString& property, std::function<void(bool, const QVariant&)> then)
+{
+    if (!bus_.isConnected()) {
+        then(false, QVariant());
+        return;
+    }
+    QDBusMessage call = QDBusMessage::createMethodCall(xfconf, xfconfPath, xfconf, QStringLiteral("GetProperty"));
+    call.setArguments({ channel, property });
+    auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, 2000), this);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, this, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
+        finished->deleteLater();
+        QDBusMessage reply = finished->reply();
+        if (reply.type() == QDBusMessage::ErrorMessage) {
+            // A property never set is not there; the service is.
+            then(reply.errorName() == QStringLiteral("org.xfce.Xfconf.Error.PropertyNotFound"), QVariant());
+            return;
+        }
+        then(true, qdbus_cast<QDBusVariant>(reply.arguments().value(0)).variant());
+    });
+}
+
+namespace {
+
+bool darkTheme(const QString& theme)
+{
+    return theme.endsWith(QStringLiteral("-dark"), Qt::CaseInsensitive);
+}
+
+// Where the dark switch goes through the theme alone, a theme without a sibling can't be switched.
+QString themeProblem(const QString& theme)
+{
+    bool dark = darkTheme(theme);
+    if (DesktopLook::siblingTheme(theme, !dark, themeInstalled))
+        return {};
+    return dark ? QStringLiteral("The theme “%1” has no light version").arg(theme) : QStringLiteral("The theme “%1” has no dark version").arg(theme);
+}
+
+} // namespace
+
 void DesktopLook::read()
 {
-    bool dark = dark_;
-    bool icons = icons_;
     if (desktop_ == Desktop::xfce) {
-        bool ok = false;
-        QString theme = xfconfGet(bus_, QStringLiteral("xsettings"), QStringLiteral("/Net/ThemeName"), &ok).toString();
-        darkProblem_ = ok ? QString() : QStringLiteral("Light and dark mode can’t be switched: Xfce’s settings service isn’t running");
-        if (ok && !portal_)
-            dark = theme.endsWith(QStringLiteral("-dark"), Qt::CaseInsensitive);
-        int style = xfconfGet(bus_, QStringLiteral("xfce4-desktop"), QStringLiteral("/desktop-icons/style"), &ok).toInt();
-        iconsProblem_ = ok ? QString() : QStringLiteral("Desktop icons can’t be switched: Xfce’s settings service isn’t running");
-        if (ok)
-            icons = style != 0;
-    } else {
-        if (!portal_) {
-            if (settings_->colorScheme)
-                dark = settings_->colorScheme.text() == QStringLiteral("prefer-dark");
-            else if (settings_->theme)
-                dark = settings_->theme.text().endsWith(QStringLiteral("-dark"), Qt::CaseInsensitive);
+        readXfconf();
+        return;
+    }
+    bool dark = dark_;
+    QString darkProblem = darkProblem_;
+    if (settings_->colorScheme) {
+        if (!portal_)
+            dark = settings_->colorScheme.text() == QStringLiteral("prefer-dark");
+    } else if (settings_->theme) {
+        QString theme = settings_->theme.text();
+        if (!portal_)
+            dark = darkTheme(theme);
+        darkProblem = themeProblem(theme);
+    }
+    bool icons = icons_;
+    if (settings_->icons)
+        switch (settings_->iconsIn) {
+        case Settings::Icons::flag:
+            icons = settings_->icons.flag();
+            break;
+        case Settings::Icons::extensionList:
+            icons = extensionEnabled(settings_->icons.list(), settings_->extensionsOff.list());
+            break;
+        case Settings::Icons::nemoLayout: {
+            QString layout = settings_->icons.text();
+            icons = layout.contains(QStringLiteral("true"));
+            // Shown again, they come back where the user had them.
+            if (icons)
+                settings_->shownLayout = layout;
+            break;
         }
-        if (settings_->icons)
-            icons = settings_->iconsByExtension ? settings_->icons.list().contains(QString::fromUtf8(dingExtension)) : settings_->icons.flag();
-    }
-    if (dark != dark_ || icons != icons_) {
-        dark_ = dark;
-        icons_ = icons;
-        changed();
-    }
+        }
+    update(dark, icons, darkProblem, iconsProblem_);
+}
+
+void DesktopLook::readXfconf()
+{
+    auto missing = [](const char* what) { return QStringLiteral("%1 can’t be switched: Xfce’s settings service isn’t running").arg(QLatin1String(what)); };
+    xfconfGet(QStringLiteral("xsettings"), QStringLiteral("/Net/ThemeName"), [this, missing](bool answered, const QVariant& value) {
+        if (!answered) {
+            update(dark_, icons_, missing("Light and dark mode"), iconsProblem_);
+            return;
+        }
+        // With no theme set, GTK draws its own, Adwaita.
+        xfceTheme_ = value.isValid() ? value.toString() : QStringLiteral("Adwaita");
+        update(portal_ ? dark_ : darkTheme(xfceTheme_), icons_, themeProblem(xfceTheme_), iconsProblem_);
+    });
+    xfconfGet(QStringLiteral("xfce4-desktop"), QStringLiteral("/desktop-icons/style"), [this, missing](bool answered, const QVariant& value) {
+        // 0 is none; with nothing set, xfdesktop shows its file icons.
+        bool icons = answered ? !value.isValid() || value.toInt() != 0 : icons_;
+        update(dark_, icons, darkProblem_, answered ? QString() : missing("Desktop icons"));
+    });
+}
+
+void DesktopLook::update(bool dark, bool icons, const QString& darkProblem, const QString& iconsProblem)
+{
+    if (dark == dark_ && icons == icons_ && darkProblem == darkProblem_ && iconsProblem == iconsProblem_)
+        return;
+    dark_ = dark;
+    icons_ = icons;
+    darkProblem_ = darkProblem;
+    iconsProblem_ = iconsProblem;
+    changed();
 }
 
 void DesktopLook::setDark(bool dark)
@@ -292,9 +374,7 @@ void DesktopLook::setDark(bool dark)
     if (!darkProblem_.isEmpty())
         return;
     if (desktop_ == Desktop::xfce) {
-        bool ok = false;
-        QString theme = xfconfGet(bus_, QStringLiteral("xsettings"), QStringLiteral("/Net/ThemeName"), &ok).toString();
-        if (auto sibling = siblingTheme(theme, dark, themeInstalled))
+        if (auto sibling = siblingTheme(xfceTheme_, dark, themeInstalled))
             xfconfSet(bus_, QStringLiteral("xsettings"), QStringLiteral("/Net/ThemeName"), *sibling);
         return;
     }
@@ -316,15 +396,24 @@ void DesktopLook::setShowsIcons(bool shown)
     }
     if (!settings_->icons)
         return;
-    if (!settings_->iconsByExtension) {
+    switch (settings_->iconsIn) {
+    case Settings::Icons::flag:
         settings_->icons.setFlag(shown);
-        return;
+        break;
+    case Settings::Icons::nemoLayout:
+        settings_->icons.setText(shown ? settings_->shownLayout : QStringLiteral("false::false"));
+        break;
+    case Settings::Icons::extensionList: {
+        QStringList enabled = settings_->icons.list();
+        QStringList disabled = settings_->extensionsOff.list();
+        enabled.removeAll(dingExtension);
+        disabled.removeAll(dingExtension);
+        (shown ? enabled : disabled) << dingExtension;
+        settings_->extensionsOff.setList(disabled);
+        settings_->icons.setList(enabled);
+        break;
     }
-    QStringList enabled = settings_->icons.list();
-    enabled.removeAll(QString::fromUtf8(dingExtension));
-    if (shown)
-        enabled << QString::fromUtf8(dingExtension);
-    settings_->icons.setList(enabled);
+    }
 }
 
 void DesktopLook::changed()

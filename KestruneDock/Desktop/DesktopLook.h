@@ -50,12 +50,17 @@ public:
 
 private Q_SLOTS:
     void portalChanged(const QString& group, const QString& key, const QDBusVariant& value);
-    void xfconfChanged(const QString& channel, const QString& property, const QDBusVariant& value);
+    void xfconfChanged(const QString& channel);
 
 private:
     struct Settings;
     void read();
+    void readXfconf();
+    // Tells of any change.
+    void update(bool dark, bool icons, const QString& darkProblem, const QString& iconsProblem);
     void changed();
+    // One xfconf property, answered later: `ok` is false when the service does not answer.
+    void xfconfGet(const QString& channel, const QString& property, std::function<void(bool ok, const QVariant&)> then);
 
     Desktop desktop_;
     QDBusConnection bus_;
@@ -65,6 +70,7 @@ private:
     bool dark_ = false;
     bool icons_ = false;
     bool portal_ = false;
+    QString xfceTheme_;
 };
 
 } // namespace kestrune

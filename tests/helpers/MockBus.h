@@ -59,20 +59,27 @@ public:
     // Starts `templateName`'s mock and waits for `service` to be on the bus.
     bool serve(const std::string& templateName, const QString& service, const std::string& parameters = {})
     {
+        std::vector<std::string> arguments = { "-m", "dbusmock", "--template", templateName };
+        if (!parameters.empty())
+            arguments.insert(arguments.end(), { "--parameters", parameters });
+        return run("/usr/bin/python3", arguments, service);
+    }
+
+    // Starts a real service with this bus as its session and system bus, and waits for `service`.
+    bool run(const std::string& executable, const std::vector<std::string>& arguments, const QString& service)
+    {
         if (!connection || !connection->isConnected())
             return false;
-        ChildProcessOptions mock;
-        mock.executable = "/usr/bin/python3";
-        mock.arguments = { "-m", "dbusmock", "--template", templateName };
-        if (!parameters.empty())
-            mock.arguments.insert(mock.arguments.end(), { "--parameters", parameters });
+        ChildProcessOptions options;
+        options.executable = executable;
+        options.arguments = arguments;
         Environment environment = processEnvironment();
         environment["DBUS_SYSTEM_BUS_ADDRESS"] = address;
         environment["DBUS_SESSION_BUS_ADDRESS"] = address;
-        mock.environment = environment;
-        mock.output = ChildStream::nullDevice;
-        mock.error = ChildStream::nullDevice;
-        auto started = spawn(mock);
+        options.environment = environment;
+        options.output = ChildStream::nullDevice;
+        options.error = ChildStream::nullDevice;
+        auto started = spawn(options);
         if (!started)
             return false;
         mocks_.push_back(std::move(started));
