@@ -44,6 +44,11 @@ QString failureOf(const QDBusMessage& reply, const QString& doing)
 
 } // namespace
 
+KeepAwakeCenter::KeepAwakeCenter(QDBusConnection bus, xcb_connection_t* display)
+    : bus_(std::move(bus)), display_(display ? display : x11::connection())
+{
+}
+
 void KeepAwakeCenter::setOn(bool on)
 {
     if (on == on_)
@@ -91,12 +96,11 @@ void KeepAwakeCenter::suspendScreenSaver(bool suspend)
 {
     if (suspend == screenSaverSuspended_)
         return;
-    xcb_connection_t* connection = x11::connection();
-    if (!connection)
+    if (!display_)
         return;
     screenSaverSuspended_ = suspend;
-    xcb_screensaver_suspend(connection, suspend ? 1 : 0);
-    xcb_flush(connection);
+    xcb_screensaver_suspend(display_, suspend ? 1 : 0);
+    xcb_flush(display_);
 }
 
 void lockScreen(const QDBusConnection& bus, std::function<void(const QString& failure)> done)

@@ -19,11 +19,15 @@
 #include <QDBusUnixFileDescriptor>
 #include <QString>
 
+struct xcb_connection_t;
+
 namespace kestrune {
 
 class KeepAwakeCenter {
 public:
-    explicit KeepAwakeCenter(QDBusConnection bus) : bus_(std::move(bus)) {}
+    // The screen saver is suspended on `display`, the application's own X connection unless given:
+    // the X server ends the suspension when that connection closes.
+    explicit KeepAwakeCenter(QDBusConnection bus, xcb_connection_t* display = nullptr);
     ~KeepAwakeCenter() { release(); }
     KeepAwakeCenter(const KeepAwakeCenter&) = delete;
     KeepAwakeCenter& operator=(const KeepAwakeCenter&) = delete;
@@ -45,6 +49,7 @@ private:
     void suspendScreenSaver(bool suspend);
 
     QDBusConnection bus_;
+    xcb_connection_t* display_;
     bool on_ = false;
     bool screenSaverSuspended_ = false;
     QDBusUnixFileDescriptor inhibitor_;

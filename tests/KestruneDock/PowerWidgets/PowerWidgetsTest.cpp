@@ -1,7 +1,10 @@
 // The power widgets against UPower's and logind's real D-Bus interfaces, as python-dbusmock
 // serves them on a bus of the test's own; every battery face painted at both dock sizes.
 
+#include <cstdlib>
 #include <filesystem>
+
+#include <xcb/screensaver.h>
 
 #include <QDBusArgument>
 #include <QDBusVariant>
@@ -17,6 +20,7 @@
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "tests/helpers/MockBus.h"
+#include "tests/helpers/XSession.h"
 
 namespace kestrune {
 namespace {
@@ -220,6 +224,36 @@ TEST(PowerWidgets, KeepAwakeHoldsLogindsInhibitorOnlyWhileOnAndLockAndSleepAskLo
     saveTileImages(awake, "keep-awake");
     setSystemServicesBus(QDBusConnection::systemBus());
     qunsetenv("XDG_SESSION_ID");
+}
+
+TEST(PowerWidgets, KeepAwakeHoldsTheXScreenSaverOffWhileOn)
+{
+    test::XSession session(test::XSession::WindowManager::openbox);
+    if (!session.available())
+        GTEST_SKIP() << session.problem();
+    // The saver comes on after a second of no input, as `xset s 1` would have it.
+    std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> user(xcb_connect(session.display().c_str(), nullptr), &xcb_disconnect);
+    xcb_set_screen_saver(user.get(), 1, 0, XCB_BLANKING_NOT_PREFERRED, XCB_EXPOSURES_ALLOWED);
+    auto saverOn = [&] {
+        std::unique_ptr<xcb_screensaver_query_info_reply_t, decltype(&std::free)> info(
+            xcb_screensaver_query_info_reply(user.get(), xcb_screensaver_query_info(user.get(), session.root()), nullptr), &std::free);
+        return info && info->state == XCB_SCREENSAVER_STATE_ON;
+    };
+    auto waitAndSee = [&](int milliseconds) {
+        xcb_force_screen_saver(user.get(), XCB_SCREEN_SAVER_RESET);
+        xcb_flush(user.get());
+        test::spinUntil(saverOn, milliseconds);
+        return saverOn();
+    };
+    ASSERT_TRUE(waitAndSee(5000)) << "the X server's saver never came on by itself";
+
+    QtRuntime runtime;
+    std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)> dock(xcb_connect(session.display().c_str(), nullptr), &xcb_disconnect);
+    KeepAwakeCenter awake(QDBusConnection(QStringLiteral("no bus")), dock.get());
+    awake.setOn(true);
+    EXPECT_FALSE(waitAndSee(2500)) << "the saver came on while Keep Awake was on";
+    awake.setOn(false);
+    EXPECT_TRUE(waitAndSee(5000)) << "the saver stayed off after Keep Awake was turned off";
 }
 
 TEST(PowerWidgets, WithoutLogindKeepAwakeSaysSoInASentence)
