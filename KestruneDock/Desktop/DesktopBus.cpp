@@ -2,6 +2,11 @@
 
 #include <optional>
 
+#include <QCoreApplication>
+#include <QDBusPendingCallWatcher>
+#include <QPointer>
+#include <QTimer>
+
 namespace kestrune {
 
 namespace {
@@ -24,6 +29,19 @@ QDBusConnection systemServicesBus()
 void setSystemServicesBus(const QDBusConnection& bus)
 {
     chosen() = bus;
+}
+
+void callThen(const QDBusConnection& bus, const QDBusMessage& call, int timeoutMilliseconds, QObject* context,
+              std::function<void(const QDBusMessage&)> then)
+{
+    QObject* owner = context ? context : QCoreApplication::instance();
+    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, timeoutMilliseconds), owner);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, owner, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
+        then(finished->reply());
+        // A zero timer, not deleteLater: that one waits for an outer event loop that may never come.
+        // Its owner may have taken it along meanwhile.
+        QTimer::singleShot(0, QCoreApplication::instance(), [watcher = QPointer<QDBusPendingCallWatcher>(finished)] { delete watcher.data(); });
+    });
 }
 
 } // namespace kestrune

@@ -4,10 +4,11 @@
 
 #include <QDBusArgument>
 #include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QDir>
 #include <QFileInfo>
+
+#include "KestruneDock/Desktop/DesktopBus.h"
 
 namespace kestrune {
 
@@ -219,10 +220,7 @@ DesktopLook::DesktopLook(Desktop desktop, QDBusConnection sessionBus)
     QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.portal.Desktop"), QStringLiteral("/org/freedesktop/portal/desktop"),
                                                        QStringLiteral("org.freedesktop.portal.Settings"), QStringLiteral("Read"));
     call.setArguments({ QStringLiteral("org.freedesktop.appearance"), QStringLiteral("color-scheme") });
-    auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, 2000), this);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, this, [this](QDBusPendingCallWatcher* finished) {
-        finished->deleteLater();
-        QDBusMessage reply = finished->reply();
+    callThen(bus_, call, 2000, this, [this](const QDBusMessage& reply) {
         if (reply.type() == QDBusMessage::ErrorMessage)
             return;
         // Read answers a variant holding a variant holding the number.
@@ -257,7 +255,7 @@ void xfconfSet(const QDBusConnection& bus, const QString& channel, const QString
 {
     QDBusMessage call = QDBusMessage::createMethodCall(xfconf, xfconfPath, xfconf, QStringLiteral("SetProperty"));
     call.setArguments({ channel, property, QVariant::fromValue(QDBusVariant(value)) });
-    bus.asyncCall(call);
+    bus.send(call);
 }
 
 } // namespace
@@ -270,10 +268,7 @@ void DesktopLook::xfconfGet(const QString& channel, const QString& property, std
     }
     QDBusMessage call = QDBusMessage::createMethodCall(xfconf, xfconfPath, xfconf, QStringLiteral("GetProperty"));
     call.setArguments({ channel, property });
-    auto* watcher = new QDBusPendingCallWatcher(bus_.asyncCall(call, 2000), this);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, this, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
-        finished->deleteLater();
-        QDBusMessage reply = finished->reply();
+    callThen(bus_, call, 2000, this, [then = std::move(then)](const QDBusMessage& reply) {
         if (reply.type() == QDBusMessage::ErrorMessage) {
             // A property never set is not there; the service is.
             then(reply.errorName() == QStringLiteral("org.xfce.Xfconf.Error.PropertyNotFound"), QVariant());

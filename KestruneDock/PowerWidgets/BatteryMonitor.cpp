@@ -5,9 +5,10 @@
 #include <QDBusArgument>
 #include <QDBusMetaType>
 #include <QDBusObjectPath>
-#include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QPointer>
+
+#include "KestruneDock/Desktop/DesktopBus.h"
 
 namespace kestrune {
 
@@ -26,15 +27,6 @@ QString problemOf(const QDBusMessage& reply)
     if (reply.errorName() == QStringLiteral("org.freedesktop.DBus.Error.Disconnected"))
         return QStringLiteral("There’s no system bus, so batteries can’t be read");
     return QStringLiteral("UPower didn’t answer: %1").arg(reply.errorMessage());
-}
-
-void callThen(const QDBusConnection& bus, QObject* context, QDBusMessage call, std::function<void(const QDBusMessage&)> then)
-{
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000), context);
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, context, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
-        then(finished->reply());
-        finished->deleteLater();
-    });
 }
 
 BatteryDevice deviceFrom(const QString& path, const QVariantMap& values)
@@ -165,7 +157,7 @@ void BatteryMonitor::read()
     }
     QDBusMessage onBattery = QDBusMessage::createMethodCall(upower, upowerPath, properties, QStringLiteral("Get"));
     onBattery.setArguments({ upower, QStringLiteral("OnBattery") });
-    callThen(bus_, this, onBattery, [this, finish](const QDBusMessage& power) {
+    callThen(bus_, onBattery, 5000, this, [this, finish](const QDBusMessage& power) {
         if (power.type() == QDBusMessage::ErrorMessage) {
             BatteryReading reading;
             reading.known = true;
@@ -176,7 +168,7 @@ void BatteryMonitor::read()
         reading->known = true;
         reading->onBattery = qdbus_cast<QDBusVariant>(power.arguments().value(0)).variant().toBool();
         QDBusMessage enumerate = QDBusMessage::createMethodCall(upower, upowerPath, upower, QStringLiteral("EnumerateDevices"));
-        callThen(bus_, this, enumerate, [this, finish, reading](const QDBusMessage& devices) {
+        callThen(bus_, enumerate, 5000, this, [this, finish, reading](const QDBusMessage& devices) {
             if (devices.type() == QDBusMessage::ErrorMessage) {
                 reading->problem = problemOf(devices);
                 return finish(*reading);
@@ -188,7 +180,7 @@ void BatteryMonitor::read()
             for (const QDBusObjectPath& path : paths) {
                 QDBusMessage all = QDBusMessage::createMethodCall(upower, path.path(), properties, QStringLiteral("GetAll"));
                 all.setArguments({ deviceInterface });
-                callThen(bus_, this, all, [finish, reading, left, path = path.path()](const QDBusMessage& answer) {
+                callThen(bus_, all, 5000, this, [finish, reading, left, path = path.path()](const QDBusMessage& answer) {
                     if (answer.type() != QDBusMessage::ErrorMessage)
                         sortDevice(deviceFrom(path, qdbus_cast<QVariantMap>(answer.arguments().value(0))), *reading);
                     if (--*left == 0) {

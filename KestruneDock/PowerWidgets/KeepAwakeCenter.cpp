@@ -4,12 +4,10 @@
 
 #include <xcb/screensaver.h>
 
-#include <QCoreApplication>
-#include <QTimer>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
-#include <QDBusPendingCallWatcher>
 
+#include "KestruneDock/Desktop/DesktopBus.h"
 #include "KestruneDock/Desktop/X11Connection.h"
 
 namespace kestrune {
@@ -20,17 +18,8 @@ const QString login1 = QStringLiteral("org.freedesktop.login1");
 const QString managerPath = QStringLiteral("/org/freedesktop/login1");
 const QString managerInterface = QStringLiteral("org.freedesktop.login1.Manager");
 
-void callThen(const QDBusConnection& bus, const QDBusMessage& call, std::function<void(const QDBusMessage&)> then)
-{
-    // Suspending can take logind a while to answer; nothing waits on it.
-    // Owned by the application until the answer comes, so that none is left behind at exit.
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 25'000), QCoreApplication::instance());
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
-        then(finished->reply());
-        // A zero timer, not deleteLater: that one waits for an outer event loop that may never come.
-        QTimer::singleShot(0, QCoreApplication::instance(), [finished] { delete finished; });
-    });
-}
+// Suspending can take logind a while to answer; nothing waits on it.
+constexpr int logindPatience = 25'000;
 
 QString failureOf(const QDBusMessage& reply, const QString& doing)
 {
@@ -67,7 +56,7 @@ void KeepAwakeCenter::setOn(bool on)
     uint64_t request = request_;
     auto alive = std::make_shared<bool>(true);
     alive_ = alive;
-    callThen(bus_, inhibit, [this, request, weak = std::weak_ptr<bool>(alive)](const QDBusMessage& reply) {
+    callThen(bus_, inhibit, logindPatience, nullptr, [this, request, weak = std::weak_ptr<bool>(alive)](const QDBusMessage& reply) {
         // Turned off (or gone) while logind thought: the descriptor in the reply closes with it.
         if (weak.expired() || request != request_)
             return;
@@ -107,12 +96,12 @@ void lockScreen(const QDBusConnection& bus, std::function<void(const QString& fa
 {
     QDBusMessage find = QDBusMessage::createMethodCall(login1, managerPath, managerInterface, QStringLiteral("GetSession"));
     find.setArguments({ qEnvironmentVariable("XDG_SESSION_ID", QStringLiteral("auto")) });
-    callThen(bus, find, [bus, done](const QDBusMessage& session) {
+    callThen(bus, find, logindPatience, nullptr, [bus, done](const QDBusMessage& session) {
         if (QString failure = failureOf(session, QStringLiteral("lock the screen")); !failure.isEmpty())
             return done(failure);
         QString path = session.arguments().value(0).value<QDBusObjectPath>().path();
         QDBusMessage lock = QDBusMessage::createMethodCall(login1, path, QStringLiteral("org.freedesktop.login1.Session"), QStringLiteral("Lock"));
-        callThen(bus, lock, [done](const QDBusMessage& locked) { done(failureOf(locked, QStringLiteral("lock the screen"))); });
+        callThen(bus, lock, logindPatience, nullptr, [done](const QDBusMessage& locked) { done(failureOf(locked, QStringLiteral("lock the screen"))); });
     });
 }
 
@@ -121,7 +110,7 @@ void suspendMachine(const QDBusConnection& bus, std::function<void(const QString
     QDBusMessage suspend = QDBusMessage::createMethodCall(login1, managerPath, managerInterface, QStringLiteral("Suspend"));
     // Interactive: logind may ask the user through polkit when the policy wants it.
     suspend.setArguments({ true });
-    callThen(bus, suspend, [done](const QDBusMessage& reply) { done(failureOf(reply, QStringLiteral("sleep"))); });
+    callThen(bus, suspend, logindPatience, nullptr, [done](const QDBusMessage& reply) { done(failureOf(reply, QStringLiteral("sleep"))); });
 }
 
 } // namespace kestrune

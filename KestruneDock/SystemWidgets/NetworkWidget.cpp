@@ -3,10 +3,9 @@
 #include <cmath>
 
 #include <QDBusConnection>
-#include <QDBusInterface>
+#include <QDBusArgument>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
-#include <QDBusReply>
-#include <QDBusVariant>
 #include <QLabel>
 #include <QPainter>
 #include <QVBoxLayout>
@@ -26,36 +25,65 @@ QString text(const std::string& words)
 
 const QString networkManager = QStringLiteral("org.freedesktop.NetworkManager");
 
-QVariant property(const QDBusConnection& bus, const QString& path, const QString& interface, const QString& name)
+// All of an object's properties on one of its interfaces; empty when it isn't there.
+void askProperties(const QDBusConnection& bus, QObject* context, const QString& path, const QString& interface,
+                   std::function<void(const QVariantMap&)> then)
 {
-    QDBusInterface properties(networkManager, path, QStringLiteral("org.freedesktop.DBus.Properties"), bus);
-    properties.setTimeout(1000);
-    QDBusReply<QDBusVariant> reply = properties.call(QStringLiteral("Get"), interface, name);
-    return reply.isValid() ? reply.value().variant() : QVariant();
+    QDBusMessage call = QDBusMessage::createMethodCall(networkManager, path, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"));
+    call.setArguments({ interface });
+    callThen(bus, call, 2000, context, [then = std::move(then)](const QDBusMessage& reply) {
+        QVariantMap values;
+        if (reply.type() == QDBusMessage::ReplyMessage)
+            reply.arguments().value(0).value<QDBusArgument>() >> values;
+        then(values);
+    });
 }
 
 } // namespace
 
-std::optional<WifiNetwork> currentWifi(const QDBusConnection& bus)
+void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(std::optional<WifiNetwork>)> done)
 {
-    if (!bus.isConnected())
-        return std::nullopt;
-    QVariant devices = property(bus, QStringLiteral("/org/freedesktop/NetworkManager"), networkManager, QStringLiteral("Devices"));
-    const QDBusArgument list = devices.value<QDBusArgument>();
-    QList<QDBusObjectPath> paths;
-    if (list.currentType() == QDBusArgument::ArrayType)
-        list >> paths;
-    for (const QDBusObjectPath& device : paths) {
-        QVariant point = property(bus, device.path(), networkManager + QStringLiteral(".Device.Wireless"), QStringLiteral("ActiveAccessPoint"));
-        auto active = point.value<QDBusObjectPath>();
-        if (active.path().isEmpty() || active.path() == QStringLiteral("/"))
-            continue;
-        const QString accessPoint = networkManager + QStringLiteral(".AccessPoint");
-        QByteArray ssid = property(bus, active.path(), accessPoint, QStringLiteral("Ssid")).toByteArray();
-        int strength = property(bus, active.path(), accessPoint, QStringLiteral("Strength")).toInt();
-        return WifiNetwork { QString::fromUtf8(ssid), strength };
+    if (!bus.isConnected()) {
+        done(std::nullopt);
+        return;
     }
-    return std::nullopt;
+    // The active connections are asked at once; the first on Wi-Fi answers, or none when all have.
+    struct Search {
+        std::function<void(std::optional<WifiNetwork>)> done;
+        int waiting = 0;
+        bool answered = false;
+        void answer(std::optional<WifiNetwork> network)
+        {
+            if (!std::exchange(answered, true))
+                done(std::move(network));
+        }
+    };
+    auto search = std::make_shared<Search>();
+    search->done = std::move(done);
+    askProperties(bus, context, QStringLiteral("/org/freedesktop/NetworkManager"), networkManager, [bus, context, search](const QVariantMap& manager) {
+        QList<QDBusObjectPath> active;
+        const QDBusArgument list = manager.value(QStringLiteral("ActiveConnections")).value<QDBusArgument>();
+        if (list.currentType() == QDBusArgument::ArrayType)
+            list >> active;
+        search->waiting = static_cast<int>(active.size());
+        if (active.isEmpty())
+            search->answer(std::nullopt);
+        for (const QDBusObjectPath& each : active) {
+            askProperties(bus, context, each.path(), networkManager + QStringLiteral(".Connection.Active"), [bus, context, search](const QVariantMap& connection) {
+                QString point = connection.value(QStringLiteral("SpecificObject")).value<QDBusObjectPath>().path();
+                bool wifi = connection.value(QStringLiteral("Type")).toString() == QStringLiteral("802-11-wireless") && point.size() > 1;
+                if (!wifi) {
+                    if (--search->waiting == 0)
+                        search->answer(std::nullopt);
+                    return;
+                }
+                askProperties(bus, context, point, networkManager + QStringLiteral(".AccessPoint"), [search](const QVariantMap& accessPoint) {
+                    search->answer(WifiNetwork { QString::fromUtf8(accessPoint.value(QStringLiteral("Ssid")).toByteArray()),
+                                                 accessPoint.value(QStringLiteral("Strength")).toInt() });
+                });
+            });
+        }
+    });
 }
 
 NetworkWidget::NetworkWidget(WidgetInstance instance, WidgetMonitors& monitors)
@@ -128,8 +156,6 @@ public:
         speeds_->setAccessibleName(QStringLiteral("Speeds"));
         layout->addWidget(speeds_);
         QStringList lines;
-        if (auto wifi = currentWifi(systemServicesBus()))
-            lines << QStringLiteral("Wi-Fi: %1, signal %2\u2009%").arg(wifi->name).arg(wifi->signal);
         for (const NetworkInterface& each : readNetworkInterfaces()) {
             QStringList addresses;
             for (const std::string& address : each.addresses)
@@ -139,6 +165,11 @@ public:
                               addresses.isEmpty() ? QStringLiteral("no address") : addresses.join(QStringLiteral(", ")));
         }
         auto* interfaces = new QLabel(lines.join(QLatin1Char('\n')));
+        findWifi(systemServicesBus(), interfaces, [interfaces, lines](std::optional<WifiNetwork> wifi) {
+            if (wifi)
+                interfaces->setText(QStringLiteral("Wi-Fi: %1, signal %2\u2009%").arg(wifi->name).arg(wifi->signal) + QLatin1Char('\n')
+                                    + lines.join(QLatin1Char('\n')));
+        });
         interfaces->setAccessibleName(QStringLiteral("Interfaces"));
         interfaces->setTextInteractionFlags(Qt::TextSelectableByMouse);
         interfaces->setWordWrap(true);

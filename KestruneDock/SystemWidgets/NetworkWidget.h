@@ -6,6 +6,11 @@
 //
 // Main thread only.
 
+#include <functional>
+#include <optional>
+
+#include <QDBusConnection>
+
 #include "KestruneDock/SystemWidgets/SystemStatsTile.h"
 
 class QDBusConnection;
@@ -29,12 +34,12 @@ private:
     [[nodiscard]] bool graph() const { return instance_.style == "graph"; }
 };
 
-// The Wi-Fi network NetworkManager is connected to, asked over the system bus (a few small
-// calls, when a card opens); none without NetworkManager or Wi-Fi.
+// The Wi-Fi network NetworkManager is connected to, asked over the system bus when a card opens;
+// `done` gets none without NetworkManager or Wi-Fi, and never runs if `context` goes first.
 struct WifiNetwork {
     QString name;
     int signal = 0;  // percent
 };
-[[nodiscard]] std::optional<WifiNetwork> currentWifi(const QDBusConnection& bus);
+void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(std::optional<WifiNetwork>)> done);
 
 } // namespace kestrune

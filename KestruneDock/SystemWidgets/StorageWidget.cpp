@@ -1,8 +1,6 @@
 #include "KestruneDock/SystemWidgets/StorageWidget.h"
 
 #include <QDBusArgument>
-#include <QCoreApplication>
-#include <QTimer>
 #include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusPendingCallWatcher>
@@ -43,13 +41,7 @@ void callThen(const QDBusConnection& bus, const QString& path, const QString& in
     QDBusMessage call = QDBusMessage::createMethodCall(udisks, path, interface, method);
     call.setArguments(arguments);
     // Unmounting waits for buffered writes to reach the stick: give it time.
-    // Owned by the application until the answer comes, so that none is left behind at exit.
-    auto* watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 120'000), QCoreApplication::instance());
-    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher, [then = std::move(then)](QDBusPendingCallWatcher* finished) {
-        then(finished->reply());
-        // A zero timer, not deleteLater: that one waits for an outer event loop that may never come.
-        QTimer::singleShot(0, QCoreApplication::instance(), [finished] { delete finished; });
-    });
+    kestrune::callThen(bus, call, 120'000, nullptr, std::move(then));
 }
 
 QString failureOf(const QDBusMessage& reply, const QString& doing)

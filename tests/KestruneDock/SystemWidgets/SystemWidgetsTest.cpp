@@ -177,29 +177,36 @@ TEST(SystemWidgets, EjectAsksUDisks2AndWifiComesFromNetworkManager)
     EXPECT_EQ(eject(QStringLiteral("/dev/sdc1")), QStringLiteral("Couldn’t eject: a program is still using the drive"));
     EXPECT_EQ(eject(QStringLiteral("/dev/sdz9")), QStringLiteral("Couldn’t eject: the drive is gone"));
 
-    // NetworkManager's Wi-Fi: the network the device is on and its signal.
+    // NetworkManager's Wi-Fi: the network of the active Wi-Fi connection, and its signal.
     const QString nm = QStringLiteral("org.freedesktop.NetworkManager");
-    EXPECT_FALSE(currentWifi(*bus.connection)) << "a Wi-Fi network without NetworkManager";
+    const QString manager = QStringLiteral("/org/freedesktop/NetworkManager");
+    QObject context;
+    auto wifi = [&] {
+        std::optional<std::optional<WifiNetwork>> found;
+        findWifi(*bus.connection, &context, [&](std::optional<WifiNetwork> network) { found = std::move(network); });
+        EXPECT_TRUE(test::spinUntil([&] { return found.has_value(); })) << "no answer";
+        return found.value_or(std::nullopt);
+    };
+    EXPECT_FALSE(wifi()) << "a Wi-Fi network without NetworkManager";
     ASSERT_TRUE(bus.serve("networkmanager", nm));
-    QString device = bus.mock(nm, QStringLiteral("/org/freedesktop/NetworkManager"), QStringLiteral("AddWiFiDevice"),
-                              { QStringLiteral("wlan0"), QStringLiteral("wlan0"), 100 })
-                         .arguments()
-                         .value(0)
-                         .toString();
-    EXPECT_FALSE(currentWifi(*bus.connection)) << "a device on no network";
-    QString point = bus.mock(nm, QStringLiteral("/org/freedesktop/NetworkManager"), QStringLiteral("AddAccessPoint"),
-                             { device, QStringLiteral("home"), QStringLiteral("Home Wi-Fi"), QStringLiteral("00:11:22:33:44:55"), quint32(2),
-                               quint32(2437), quint32(54000), QVariant::fromValue(uchar(73)), quint32(0) })
-                        .arguments()
-                        .value(0)
-                        .toString();
-    bus.mock(nm, device, QStringLiteral("AddProperty"),
-             { QStringLiteral("org.freedesktop.NetworkManager.Device.Wireless"), QStringLiteral("ActiveAccessPoint"),
-               QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusObjectPath(point)))) });
-    auto wifi = currentWifi(*bus.connection);
-    ASSERT_TRUE(wifi);
-    EXPECT_EQ(wifi->name, QStringLiteral("Home Wi-Fi"));
-    EXPECT_EQ(wifi->signal, 73);
+    EXPECT_FALSE(wifi()) << "a Wi-Fi network with no connection";
+    auto result = [](const QDBusMessage& reply) {
+        QVariant path = reply.arguments().value(0);
+        return path.userType() == qMetaTypeId<QDBusObjectPath>() ? path.value<QDBusObjectPath>().path() : path.toString();
+    };
+    QString device = result(bus.mock(nm, manager, QStringLiteral("AddWiFiDevice"), { QStringLiteral("wlan0"), QStringLiteral("wlan0"), 100 }));
+    QString point = result(bus.mock(nm, manager, QStringLiteral("AddAccessPoint"),
+                                    { device, QStringLiteral("home"), QStringLiteral("Home Wi-Fi"), QStringLiteral("00:11:22:33:44:55"), quint32(2),
+                                      quint32(2437), quint32(54000), QVariant::fromValue(uchar(73)), quint32(0) }));
+    QString connection = result(bus.mock(nm, manager, QStringLiteral("AddWiFiConnection"),
+                                         { device, QStringLiteral("home"), QStringLiteral("Home Wi-Fi"), QStringLiteral("wpa-psk") }));
+    EXPECT_FALSE(wifi()) << "a device on no network";
+    bus.mock(nm, manager, QStringLiteral("AddActiveConnection"),
+             { QStringList { device }, connection, point, QStringLiteral("home"), quint32(2) });
+    auto found = wifi();
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->name, QStringLiteral("Home Wi-Fi"));
+    EXPECT_EQ(found->signal, 73);
 }
 
 } // namespace
