@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <QDBusArgument>
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
@@ -101,6 +102,25 @@ public:
     QDBusMessage mock(const QString& service, const QString& path, const QString& method, const QVariantList& arguments = {})
     {
         return call(service, path, QStringLiteral("org.freedesktop.DBus.Mock"), method, arguments);
+    }
+
+    // How many times `method` of the mock at `path` has been called.
+    int callsOf(const QString& service, const QString& path, const QString& method)
+    {
+        const QDBusArgument calls = mock(service, path, QStringLiteral("GetMethodCalls"), { method }).arguments().value(0).value<QDBusArgument>();
+        // Every element is read: QtDBus keeps the reply alive if an array is closed half read.
+        int count = 0;
+        calls.beginArray();
+        while (!calls.atEnd()) {
+            qulonglong when = 0;
+            QVariantList arguments;
+            calls.beginStructure();
+            calls >> when >> arguments;
+            calls.endStructure();
+            ++count;
+        }
+        calls.endArray();
+        return count;
     }
 
     std::string address;
