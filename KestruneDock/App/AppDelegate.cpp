@@ -184,6 +184,12 @@ std::optional<int> AppDelegate::applicationDidFinishLaunching()
     widgetStore_ = std::make_unique<WidgetStore>(*preferences_);
     widgetPaging_ = std::make_unique<WidgetPaging>(*widgetStore_, *preferences_);
     widgetMonitors_ = std::make_unique<WidgetMonitors>(*runtime_);
+    if (auto* desktop = dynamic_cast<WorkspaceLinux*>(workspace_.get()))
+        widgetMonitors_->setApplicationNamer([desktop](const WindowFacts& window) {
+            const std::vector<DesktopEntryFacts>& entries = desktop->desktopEntries();
+            WindowMatch match = matchWindow(window, entries);
+            return match.entry ? desktop->displayName(entries[*match.entry].path) : std::string();
+        });
     widgetMonitors_->setAIUsage(aiUsage_.get());
     if (auto command = kestruneCommand())
         widgetMonitors_->setClaudeBridge(ClaudeBridge::Place::standard(environment, home, *command));

@@ -28,16 +28,6 @@ Seconds serverIdleTime()
     return info ? Seconds(info->ms_since_user_input / 1000.0) : Seconds(0);
 }
 
-// What people call the app of a window: its class ("Firefox"), else its instance, else its program.
-std::string nameOf(const DesktopWindow& window)
-{
-    if (!window.facts.wmClass.empty())
-        return window.facts.wmClass;
-    if (!window.facts.wmClassInstance.empty())
-        return window.facts.wmClassInstance;
-    std::string program = window.facts.executable;
-    return program.substr(program.find_last_of('/') + 1);
-}
 
 // The local midnight after `moment`, by the calendar (a day the clocks change is 23 or 25 hours).
 Date nextLocalMidnight(Date moment)
@@ -56,6 +46,18 @@ Date nextLocalMidnight(Date moment)
 struct ScreenTimeCenter::Record {
     std::unique_ptr<ScreenTimeStore> store;
 };
+
+std::string ScreenTimeCenter::nameOf(const WindowFacts& window) const
+{
+    if (nameApplication)
+        if (std::string name = nameApplication(window); !name.empty())
+            return name;
+    if (!window.wmClass.empty())
+        return window.wmClass;
+    if (!window.wmClassInstance.empty())
+        return window.wmClassInstance;
+    return window.executable.substr(window.executable.find_last_of('/') + 1);
+}
 
 std::string ScreenTimeCenter::dayKey(Date moment)
 {
@@ -95,14 +97,14 @@ void ScreenTimeCenter::setCounting(const std::string& holder, bool counting)
             if (auto window = windows_->activeWindow())
                 for (const DesktopWindow& client : windows_->clients())
                     if (client.window == *window)
-                        app = nameOf(client);
+                        app = nameOf(client.facts);
             if (app != active_)
                 setActive(app);
         });
         if (auto window = windows_->activeWindow())
             for (const DesktopWindow& client : windows_->clients())
                 if (client.window == *window)
-                    setActive(nameOf(client));
+                    setActive(nameOf(client.facts));
     } else {
         flush();
         windows_.reset();

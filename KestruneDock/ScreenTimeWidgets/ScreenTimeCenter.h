@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestruneDock/Desktop/WindowMatcher.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/Core/SerialQueue.h"
 
@@ -61,6 +62,10 @@ public:
     void setActive(std::optional<std::string> app);
     // How long since the user last touched keyboard or mouse; asked when a stretch is written.
     std::function<Seconds()> idleTime;
+    // The name of a window's app as the desktop shows it, empty when unknown; the window's class
+    // (else its instance, else its program) names it then.
+    std::function<std::string(const WindowFacts&)> nameApplication;
+    [[nodiscard]] std::string nameOf(const WindowFacts& window) const;
     // Writes the running stretch now.
     void flush();
 

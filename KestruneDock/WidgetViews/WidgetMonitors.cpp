@@ -174,6 +174,7 @@ ScreenTimeCenter& WidgetMonitors::screenTime()
             path = folder + "/screen-time.sqlite";
         }
         screenTime_ = std::make_unique<ScreenTimeCenter>(runtime_, path, KestruneActivity::shared());
+        screenTime_->nameApplication = applicationNamer_;
         screenTime_->onChange = [this] { screenTimeChanged_.notify(); };
     }
     return *screenTime_;

@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "KestruneDock/Desktop/WindowMatcher.h"
 #include "KestruneKit/Core/ObserverList.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/AIUsage/AIUsageStatusLine.h"
@@ -95,6 +96,8 @@ public:
     // Screen Time's counting and record, in the application support folder unless given.
     [[nodiscard]] ScreenTimeCenter& screenTime();
     void setScreenTimeRecord(std::string path) { screenTimeRecord_ = std::move(path); }
+    // What Screen Time calls a window's app (its desktop entry's name); empty when unknown.
+    void setApplicationNamer(std::function<std::string(const WindowFacts&)> namer) { applicationNamer_ = std::move(namer); }
     // The window manager's desktops, followed while some tile wants them.
     [[nodiscard]] X11Desktops& desktops();
     void setDesktopsWanted(const std::string& holder, bool wanted);
@@ -155,6 +158,7 @@ private:
     std::set<std::string> desktopsHolders_;
     ObserverList<> desktopsChanged_;
     std::string screenTimeRecord_;
+    std::function<std::string(const WindowFacts&)> applicationNamer_;
     std::unique_ptr<ScreenTimeCenter> screenTime_;
     ObserverList<> screenTimeChanged_;
     std::unique_ptr<KeepAwakeCenter> keepAwake_;

@@ -794,6 +794,9 @@ TEST(DockDesktopWidgets, TheSystemMonitorRowRunsOnTheDesktopAndScreenTimeKeepsTh
     auto preferences = nlohmann::json::parse(home.preferencesText());
     preferences["widgets"] = { { "$data", QByteArray::fromStdString(row.dump()).toBase64().toStdString() } };
     home.folder.write("config/kestrune-dock/app.quillane.dock.json", preferences.dump(2));
+    // The probe's desktop entry gives it the name Screen Time keeps.
+    home.folder.write("share/applications/probe.desktop",
+                      "[Desktop Entry]\nType=Application\nName=Screen Time Probe\nExec=/bin/true\nStartupWMClass=ScreenTimeProbe\n");
     auto dock = startDock(home.environment(session));
     ASSERT_TRUE(dock);
     auto window = restingDock(session, *dock);
@@ -822,7 +825,7 @@ TEST(DockDesktopWidgets, TheSystemMonitorRowRunsOnTheDesktopAndScreenTimeKeepsTh
     std::string said;
     (void)readUntil(sqlite->outputFd(), said, "\n", 10);
     sqlite->wait();
-    EXPECT_NE(said.find("ScreenTimeProbe|1"), std::string::npos) << "the record holds: " << said;
+    EXPECT_NE(said.find("Screen Time Probe|1"), std::string::npos) << "the record holds: " << said;
 }
 
 TEST(DockDesktopWidgets, ThePagesTileStepsThroughThePagesAndTheStackTileOpensItsList)
