@@ -20,6 +20,7 @@
 #include "KestruneDock/PowerWidgets/KeepAwakeWidget.h"
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "tests/helpers/MockBus.h"
+#include "tests/helpers/WidgetImages.h"
 #include "tests/helpers/XSession.h"
 
 namespace kestrune {
@@ -27,28 +28,6 @@ namespace {
 
 const QString upower = QStringLiteral("org.freedesktop.UPower");
 const QString upowerPath = QStringLiteral("/org/freedesktop/UPower");
-
-void save(const QImage& image, const std::string& name)
-{
-    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
-    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
-}
-
-void saveTileImages(const WidgetTile& tile, const std::string& name)
-{
-    for (double size : { 16.0, 96.0 }) {
-        for (int scale : { 1, 2 }) {
-            double length = tile.length(size);
-            QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
-            image.setDevicePixelRatio(scale);
-            image.fill(QColor(0x2b, 0x2b, 0x30));
-            QPainter painter(&image);
-            tile.paint(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
-            painter.end();
-            save(image, name + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
-        }
-    }
-}
 
 QImage render(BatteryFace face, const BatteryReading& reading, double size, int scale)
 {
@@ -116,7 +95,7 @@ TEST(BatteryWidget, ShowsUPowersBatteriesAndAccessoriesAndFollowsTheirChanges)
         EXPECT_EQ(batteryFaceFromString(names[index]), face);
         for (double size : { 16.0, 96.0 })
             for (int scale : { 1, 2 })
-                save(render(face, reading, size, scale),
+                test::saveWidgetImage(render(face, reading, size, scale),
                      std::string("battery-") + names[index] + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
     }
 
@@ -128,7 +107,7 @@ TEST(BatteryWidget, ShowsUPowersBatteriesAndAccessoriesAndFollowsTheirChanges)
     EXPECT_TRUE(test::spinUntil([&] { return tile.accessibleText() == "Battery 31\u2009%, Charging"; })) << tile.accessibleText();
     EXPECT_GT(changes, 0);
     for (int scale : { 1, 2 })
-        save(render(BatteryFace::ring, monitors.battery().reading(), 96, scale), "battery-ring-charging-96-" + std::to_string(scale) + "x");
+        test::saveWidgetImage(render(BatteryFace::ring, monitors.battery().reading(), 96, scale), "battery-ring-charging-96-" + std::to_string(scale) + "x");
 
     // Hidden, it stops listening.
     tile.setShown(false);
@@ -155,7 +134,7 @@ TEST(BatteryWidget, ADesktopShowsNoBatteryOrItsLowestAccessory)
     EXPECT_EQ(hoursAndMinutesLeft(5 * 3600 + 59 * 60 + 40), QStringLiteral("6:00"));
     EXPECT_EQ(hoursAndMinutesLeft(0), QString());
     for (int scale : { 1, 2 })
-        save(render(BatteryFace::dots, desktop, 96, scale), "battery-dots-accessories-96-" + std::to_string(scale) + "x");
+        test::saveWidgetImage(render(BatteryFace::dots, desktop, 96, scale), "battery-dots-accessories-96-" + std::to_string(scale) + "x");
 }
 
 TEST(PowerWidgets, KeepAwakeHoldsLogindsInhibitorOnlyWhileOnAndLockAndSleepAskLogind)
@@ -214,8 +193,8 @@ TEST(PowerWidgets, KeepAwakeHoldsLogindsInhibitorOnlyWhileOnAndLockAndSleepAskLo
     lockSleep.pressed(QPointF(0.8, 0.5));
     EXPECT_TRUE(test::spinUntil([&] { return called(manager, QStringLiteral("Suspend")); })) << "Sleep did not reach logind";
     EXPECT_TRUE(lockSleep.failure().isEmpty()) << lockSleep.failure().toStdString();
-    saveTileImages(lockSleep, "lock-sleep");
-    saveTileImages(awake, "keep-awake");
+    test::saveTileImages(lockSleep, "lock-sleep");
+    test::saveTileImages(awake, "keep-awake");
     setSystemServicesBus(QDBusConnection::systemBus());
     qunsetenv("XDG_SESSION_ID");
 }

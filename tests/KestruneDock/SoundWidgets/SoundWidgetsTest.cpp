@@ -15,27 +15,10 @@
 #include "KestruneKit/Sound/SoundServer.h"
 #include "tests/helpers/PrivateSoundServer.h"
 #include "tests/helpers/QtSpin.h"
+#include "tests/helpers/WidgetImages.h"
 
 namespace kestrune {
 namespace {
-
-void saveTile(const WidgetTile& tile, const std::string& name)
-{
-    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
-    for (double size : { 16.0, 96.0 }) {
-        for (int scale : { 1, 2 }) {
-            double length = tile.length(size);
-            QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
-            image.setDevicePixelRatio(scale);
-            image.fill(QColor(0x2b, 0x2b, 0x30));
-            QPainter painter(&image);
-            tile.paint(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
-            painter.end();
-            image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + "-" + std::to_string(int(size)) + "-"
-                                              + std::to_string(scale) + "x.png"));
-        }
-    }
-}
 
 TEST(SoundWidgets, AClickMutesTheWheelTurnsTheCardSwitchesAndTheMicrophoneLightsWhileRecording)
 {
@@ -58,11 +41,11 @@ TEST(SoundWidgets, AClickMutesTheWheelTurnsTheCardSwitchesAndTheMicrophoneLights
     EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, 90\u2009%"; })) << sound.accessibleText();
     EXPECT_TRUE(sound.pressed(QPointF(0.5, 0.5)));
     EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, Muted"; })) << sound.accessibleText();
-    saveTile(sound, "sound-muted");
+    test::saveTileImages(sound, "sound-muted");
     // Turning the wheel up unmutes, as the desktop's own control does.
     sound.scrolled(1);
     EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, Speakers, 95\u2009%"; })) << sound.accessibleText();
-    saveTile(sound, "sound");
+    test::saveTileImages(sound, "sound");
     {
         std::unique_ptr<QWidget> card(sound.makeCard());
         auto* outputs = card->findChild<QListWidget*>();
@@ -78,10 +61,10 @@ TEST(SoundWidgets, AClickMutesTheWheelTurnsTheCardSwitchesAndTheMicrophoneLights
     pulse.record();
     EXPECT_TRUE(test::spinUntil([&] { return mic.accessibleText() == "Mic & Camera, microphone in use by parec, camera not in use"; }))
         << mic.accessibleText();
-    saveTile(mic, "mic-camera-recording");
+    test::saveTileImages(mic, "mic-camera-recording");
     EXPECT_TRUE(mic.pressed(QPointF(0.5, 0.5)));
     EXPECT_TRUE(test::spinUntil([&] { return monitors.sound().state().microphoneMuted; })) << "a click did not mute the microphone";
-    saveTile(mic, "mic-camera-muted");
+    test::saveTileImages(mic, "mic-camera-muted");
 
     sound.setShown(false);
     mic.setShown(false);

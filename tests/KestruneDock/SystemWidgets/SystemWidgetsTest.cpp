@@ -24,27 +24,10 @@
 #include "KestruneKit/SystemStats/SystemStatsSampler.h"
 #include "tests/helpers/MockBus.h"
 #include "tests/helpers/QtSpin.h"
+#include "tests/helpers/WidgetImages.h"
 
 namespace kestrune {
 namespace {
-
-void saveTile(const WidgetTile& tile, const std::string& name)
-{
-    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
-    for (double size : { 16.0, 96.0 }) {
-        for (int scale : { 1, 2 }) {
-            double length = tile.length(size);
-            QImage image(QSize(static_cast<int>(std::ceil(length)) * scale, static_cast<int>(size) * scale), QImage::Format_ARGB32_Premultiplied);
-            image.setDevicePixelRatio(scale);
-            image.fill(QColor(0x2b, 0x2b, 0x30));
-            QPainter painter(&image);
-            tile.paint(painter, QRectF(0, 0, length, size), WidgetPaintContext { double(scale), false });
-            painter.end();
-            image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + "-" + std::to_string(int(size)) + "-"
-                                              + std::to_string(scale) + "x.png"));
-        }
-    }
-}
 
 TEST(SystemWidgets, ActivityAndNetworkShowTheSamplersFiguresAndHoldItOnlyWhileShown)
 {
@@ -76,10 +59,10 @@ TEST(SystemWidgets, ActivityAndNetworkShowTheSamplersFiguresAndHoldItOnlyWhileSh
     EXPECT_NE(said.find("MEM "), std::string::npos) << said;
     EXPECT_GT(monitors.systemStats().snapshot().reading.memoryTotal, 0u);
     EXPECT_EQ(network.accessibleText().rfind("Network, down ", 0), 0u) << network.accessibleText();
-    saveTile(activity, "activity-bars");
-    saveTile(ringed, "activity-rings");
-    saveTile(network, "network-speed");
-    saveTile(graphed, "network-graph");
+    test::saveTileImages(activity, "activity-bars");
+    test::saveTileImages(ringed, "activity-rings");
+    test::saveTileImages(network, "network-speed");
+    test::saveTileImages(graphed, "network-graph");
 
     // The card adds the busiest processes while it is open, and lets them go with it.
     {
@@ -90,14 +73,7 @@ TEST(SystemWidgets, ActivityAndNetworkShowTheSamplersFiguresAndHoldItOnlyWhileSh
         ASSERT_TRUE(test::spinUntil([&] { return monitors.processes().reading().has_value(); }, 5000));
         auto* summary = card->findChild<QLabel*>();
         EXPECT_TRUE(test::spinUntil([&] { return summary->text().startsWith(QStringLiteral("Processor ")); }, 5000)) << summary->text().toStdString();
-        card->resize(420, card->sizeHint().height());
-        for (int scale : { 1, 2 }) {
-            QImage image(card->size() * scale, QImage::Format_ARGB32_Premultiplied);
-            image.setDevicePixelRatio(scale);
-            image.fill(Qt::white);
-            card->render(&image);
-            image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/card-activity-" + std::to_string(scale) + "x.png"));
-        }
+        test::saveCardImages(*card, "card-activity");
     }
     EXPECT_FALSE(monitors.processes().poller().isActive());
 
@@ -143,7 +119,7 @@ TEST(SystemWidgets, StorageShowsTheSystemDisksFreeSpaceAndReadsOnlyWhileShown)
     ASSERT_FALSE(volumes.empty()) << "this machine has no disk";
     std::string said = tile.accessibleText();
     EXPECT_EQ(said, volumes[0].name + ": " + byteText(volumes[0].free) + " free");
-    saveTile(tile, "storage");
+    test::saveTileImages(tile, "storage");
     tile.setShown(false);
     EXPECT_FALSE(monitors.storage().poller().isActive());
 }

@@ -16,6 +16,7 @@
 #include "KestruneDock/TimeWidgets/MoonWidget.h"
 #include "KestruneDock/TimeWidgets/ProgressWidget.h"
 #include "KestruneKit/Core/ManualRuntime.h"
+#include "tests/helpers/WidgetImages.h"
 
 namespace kestrune {
 namespace {
@@ -43,7 +44,7 @@ public:
     }
 };
 
-const QColor background(0x2b, 0x2b, 0x30);
+const QColor background = test::barColour;
 
 QImage render(const std::function<void(QPainter&, const QRectF&)>& paint, double length, double size, int scale)
 {
@@ -60,24 +61,6 @@ QImage render(const WidgetTile& tile, double size, int scale)
 {
     return render([&](QPainter& painter, const QRectF& rect) { tile.paint(painter, rect, WidgetPaintContext { double(scale), false }); },
                   tile.length(size), size, scale);
-}
-
-void save(const QImage& image, const std::string& name)
-{
-    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
-    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
-}
-
-void saveCard(QWidget& card, const std::string& name)
-{
-    card.resize(380, card.sizeHint().height());
-    for (int scale : { 1, 2 }) {
-        QImage image(card.size() * scale, QImage::Format_ARGB32_Premultiplied);
-        image.setDevicePixelRatio(scale);
-        image.fill(Qt::white);
-        card.render(&image);
-        save(image, name + "-" + std::to_string(scale) + "x");
-    }
 }
 
 // Pixels clearly lighter than the bar behind them: what the face drew.
@@ -120,7 +103,7 @@ TEST(TimeWidgets, EveryClockFaceDrawsTheTimeAtBothDockSizesAndKeepsItsLength)
                 };
                 QImage first = draw(morning);
                 QImage second = draw(evening);
-                save(first, "clock-" + name + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+                test::saveWidgetImage(first, "clock-" + name + "-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
                 EXPECT_GT(inkPixels(first), size * scale / 2) << name << " drew nothing at " << size;
                 EXPECT_NE(first, second) << name << " at " << size << " shows the same for two times";
             }
@@ -134,7 +117,7 @@ TEST(TimeWidgets, EveryClockFaceDrawsTheTimeAtBothDockSizesAndKeepsItsLength)
     EXPECT_EQ(clockFaceText(ClockFace::words, settings, evening), QStringLiteral("quarter to five"));
     EXPECT_EQ(clockFaceText(ClockFace::world, settings, evening), QStringLiteral("New York 11:45 AM, London 4:45 PM, Tokyo 1:45 AM"));
     for (ClockFace face : { ClockFace::digital, ClockFace::analog, ClockFace::flip, ClockFace::ring })
-        save(render([&](QPainter& painter, const QRectF& rect) { paintClockFace(face, painter, rect, settings, evening); },
+        test::saveWidgetImage(render([&](QPainter& painter, const QRectF& rect) { paintClockFace(face, painter, rect, settings, evening); },
                     clockFaceLength(face, 48, settings), 48, 2),
              "clock-" + std::string(toString(face)) + "-seconds-48-2x");
     // Tokyo is a day ahead of London at that hour, and the face says so.
@@ -213,16 +196,16 @@ TEST(TimeWidgets, TheMoonIsLitOnTheRightAsItWaxesAndOnTheLeftAsItWanes)
     EXPECT_EQ(tile.accessibleText(), "Moon, Waning gibbous, 62\u2009% lit");
     for (double size : { 16.0, 96.0 })
         for (int scale : { 1, 2 })
-            save(render(tile, size, scale), "moon-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+            test::saveWidgetImage(render(tile, size, scale), "moon-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
     std::unique_ptr<QWidget> card(tile.makeCard());
-    saveCard(*card, "card-moon");
+    test::saveCardImages(*card, "card-moon", 380);
 
     // The clock's card: the dial, the date, the week, and the zones.
     WidgetInstance world = WidgetInstance::make(WidgetKind::clock);
     world.options["zones"] = "America/New_York Asia/Tokyo";
     ClockWidget clock(world, runtime);
     std::unique_ptr<QWidget> clockCard(clock.makeCard());
-    saveCard(*clockCard, "card-clock");
+    test::saveCardImages(*clockCard, "card-clock", 380);
 }
 
 TEST(TimeWidgets, ProgressAndCountdownSayWhatIsGoneAndWhatIsLeft)
@@ -238,7 +221,7 @@ TEST(TimeWidgets, ProgressAndCountdownSayWhatIsGoneAndWhatIsLeft)
         EXPECT_EQ(tile.accessibleText(), said);
         for (double size : { 16.0, 96.0 })
             for (int scale : { 1, 2 })
-                save(render(tile, size, scale), "progress-" + std::string(*style ? style : "default") + "-" + std::to_string(int(size)) + "-"
+                test::saveWidgetImage(render(tile, size, scale), "progress-" + std::string(*style ? style : "default") + "-" + std::to_string(int(size)) + "-"
                                                     + std::to_string(scale) + "x");
     }
 
@@ -250,7 +233,7 @@ TEST(TimeWidgets, ProgressAndCountdownSayWhatIsGoneAndWhatIsLeft)
     EXPECT_EQ(countdown.accessibleText(), "Holidays: 177 days");
     for (double size : { 16.0, 96.0 })
         for (int scale : { 1, 2 })
-            save(render(countdown, size, scale), "countdown-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
+            test::saveWidgetImage(render(countdown, size, scale), "countdown-" + std::to_string(int(size)) + "-" + std::to_string(scale) + "x");
     runtime.advance(Seconds(177 * 86400.0));
     EXPECT_EQ(countdown.accessibleText(), "Holidays: Today");
     runtime.advance(Seconds(2 * 86400.0));

@@ -46,16 +46,11 @@
 #include "tests/helpers/LocalServer.h"
 #include "tests/helpers/PrivateEngine.h"
 #include "tests/helpers/QtSpin.h"
+#include "tests/helpers/WidgetImages.h"
 #include "tests/helpers/TestSupport.h"
 
 namespace kestrune {
 namespace {
-
-void save(const QImage& image, const std::string& name)
-{
-    std::filesystem::create_directories(std::string(KESTRUNE_SCREENS) + "/widgets");
-    image.save(QString::fromStdString(std::string(KESTRUNE_SCREENS) + "/widgets/" + name + ".png"));
-}
 
 template <typename Control>
 Control* named(QWidget& card, const char* name)
@@ -65,18 +60,6 @@ Control* named(QWidget& card, const char* name)
             return control;
     ADD_FAILURE() << "nothing named " << name;
     return nullptr;
-}
-
-void saveCard(QWidget& card, const std::string& name)
-{
-    card.resize(420, card.sizeHint().height());
-    for (int scale : { 1, 2 }) {
-        QImage image(card.size() * scale, QImage::Format_ARGB32_Premultiplied);
-        image.setDevicePixelRatio(scale);
-        image.fill(Qt::white);
-        card.render(&image);
-        save(image, name + "-" + std::to_string(scale) + "x");
-    }
 }
 
 class WidgetRowTest : public ::testing::Test {
@@ -140,7 +123,7 @@ TEST_F(WidgetRowTest, TilesStandAfterTheAppsInPagesThatFitAndThePagesTileStepsTh
     EXPECT_EQ(controller->items().back().slot.kind, DockSlotKind::trash);
     EXPECT_EQ(row.onScreen(), paging.shown()) << "what is on screen is what the pager shows";
     EXPECT_LE(controller->layout().restingLength(), 800) << "the row runs off the screen";
-    save(controller->panel().render(), "row-developer-page-1-1x");
+    test::saveWidgetImage(controller->panel().render(), "row-developer-page-1-1x");
     auto window = controller->windowRect();
     QImage twice(static_cast<int>(window.width * 2), static_cast<int>(window.height * 2), QImage::Format_ARGB32_Premultiplied);
     twice.setDevicePixelRatio(2);
@@ -149,7 +132,7 @@ TEST_F(WidgetRowTest, TilesStandAfterTheAppsInPagesThatFitAndThePagesTileStepsTh
         QPainter painter(&twice);
         controller->paint(painter, 2);
     }
-    save(twice, "row-developer-page-1-2x");
+    test::saveWidgetImage(twice, "row-developer-page-1-2x");
 
     // A click on the pages tile shows the next page; the first page's tiles leave the screen.
     size_t pagesTile = controller->items().size() - 2;
@@ -209,7 +192,7 @@ TEST_F(WidgetRowTest, TheGitTileReadsItsFolderOnlyWhileTheDockShowsIt)
     spin();
     EXPECT_EQ(row.tile(git)->accessibleText(), "project · main: 1 change to commit");
     QImage shown = controller->panel().render();
-    save(shown, "row-git-1x");
+    test::saveWidgetImage(shown, "row-git-1x");
 
     // Out of sight, for any reason, nothing is read and nothing ticks.
     controller->orderOut();
@@ -242,7 +225,7 @@ TEST_F(WidgetRowTest, WithTheStackPolicyTheRestWaitBehindAStackTileWhoseListOpen
     ASSERT_FALSE(paging.stacked().empty());
     EXPECT_EQ(widgetSlots().back(), "pages") << "no stack tile after the shown widgets";
     EXPECT_EQ(controller->items()[controller->items().size() - 2].name, WidgetPaging::stackHelp(paging.stacked().size()));
-    save(controller->panel().render(), "row-developer-stack-1x");
+    test::saveWidgetImage(controller->panel().render(), "row-developer-stack-1x");
 
     size_t stackTile = controller->items().size() - 2;
     const DockSlotFrame& frame = controller->layout().frames()[stackTile];
@@ -328,7 +311,7 @@ TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrI
     ASSERT_TRUE(files);
     EXPECT_TRUE(test::spinUntil([&] { return files->count() == 1 && files->item(0)->text().endsWith(QStringLiteral("two")); }))
         << "the card does not list the file not yet committed";
-    saveCard(*card, "card-git");
+    test::saveCardImages(*card, "card-git");
 
     // Everything committed from the card; a push with nowhere to go says so.
     named<QLineEdit>(*card, "Commit message")->setText(QStringLiteral("Add two"));
@@ -341,7 +324,7 @@ TEST_F(WidgetRowTest, APressOnATileOpensItsCardWhichHoldsItsWantUntilItClosesOrI
     EXPECT_TRUE(test::spinUntil([&] { return outcome->text() == QStringLiteral("There’s no remote to push to"); }, 20000))
         << outcome->text().toStdString();
     EXPECT_TRUE(named<QPlainTextEdit>(*card, "Git’s output")->toPlainText().contains(QStringLiteral("No configured push destination")));
-    saveCard(*card, "card-git-pushed");
+    test::saveCardImages(*card, "card-git-pushed");
 
     // The open card wants the repository read even with every tile out of sight.
     row.setOnScreen({});
@@ -428,7 +411,7 @@ TEST_F(WidgetRowAlone, EveryTileKeepsItsTextOnItsPlateFrom16To96Points)
                     painter.setRenderHint(QPainter::Antialiasing);
                     tile->paint(painter, plate, WidgetPaintContext { static_cast<double>(scale), false });
                 }
-                save(image, "tile-" + name + "-" + std::to_string(static_cast<int>(size)) + "-" + std::to_string(scale) + "x");
+                test::saveWidgetImage(image, "tile-" + name + "-" + std::to_string(static_cast<int>(size)) + "-" + std::to_string(scale) + "x");
                 QRect inside = QRectF(plate.topLeft() * scale, plate.size() * scale).toAlignedRect();
                 int outside = 0, bright = 0;
                 for (int y = 0; y < image.height(); ++y)
@@ -518,7 +501,7 @@ TEST_F(WidgetRowAlone, TheCommandsCardSavesACommandRunsItAndShowsHowItWent)
     ASSERT_TRUE(button("Run “greet”?"));
     button("Run “greet”?")->click();
     EXPECT_TRUE(test::spinUntil([&] { return output->toPlainText().contains(QStringLiteral("changed")); }, 10000));
-    saveCard(*card, "card-commands");
+    test::saveCardImages(*card, "card-commands");
     button("Delete")->click();
     EXPECT_EQ(CommandsWidget::commandsIn(*widgets.instance(id)).size(), 1U) << "deleted without asking";
     button("Delete “greet”?")->click();
@@ -626,7 +609,7 @@ TEST_F(WidgetRowAlone, TheGitHubCardListsThePullRequestsGhAnswersWith)
     EXPECT_EQ(addresses.back(), report.mine.items.back().url);
     EXPECT_EQ(list->item(0)->text().toStdString(), pullRequestsText::waitingForReview(report.review.issueCount));
     EXPECT_FALSE(named<QPushButton>(*card, "Copy “gh auth login”")->isVisibleTo(card.get()));
-    saveCard(*card, "card-github");
+    test::saveCardImages(*card, "card-github");
 }
 
 TEST_F(WidgetRowAlone, TheContainersCardListsARealEnginesContainersAndStopsOne)
@@ -648,7 +631,7 @@ TEST_F(WidgetRowAlone, TheContainersCardListsARealEnginesContainersAndStopsOne)
     auto* list = card->findChild<QListWidget*>();
     ASSERT_EQ(list->count(), 1);
     EXPECT_TRUE(list->item(0)->text().startsWith(QStringLiteral("web — kestrune-test:1 · Up"))) << list->item(0)->text().toStdString();
-    saveCard(*card, "card-containers");
+    test::saveCardImages(*card, "card-containers");
 
     list->setCurrentRow(0);
     named<QPushButton>(*card, "Stop")->click();
@@ -682,7 +665,7 @@ TEST_F(WidgetRowAlone, TheSimulatorsCardStartsAndShutsDownTheChosenDevice)
     };
     ASSERT_TRUE(running(true)) << list->item(0)->text().toStdString();
     EXPECT_EQ(row.tile(id)->accessibleText(), "Simulators: Pixel 8 running");
-    saveCard(*card, "card-simulators");
+    test::saveCardImages(*card, "card-simulators");
     list->setCurrentRow(0);
     named<QPushButton>(*card, "Shut Down")->click();
     EXPECT_TRUE(running(false)) << list->item(0)->text().toStdString();
@@ -747,7 +730,7 @@ TEST(WidgetTiles, TheAIUsageTileShowsTheTightestLimitAndWantsTheEngineOnlyWhileS
     EXPECT_NE(settings.find("statusLine"), std::string::npos) << settings;
     EXPECT_NE(settings.find("\"theme\": \"dark\""), std::string::npos) << settings;
     EXPECT_EQ(connect->text(), QStringLiteral("Disconnect Claude Code"));
-    saveCard(*card, "card-ai-usage");
+    test::saveCardImages(*card, "card-ai-usage");
     connect->click();
     EXPECT_EQ(test::readFile(home.file(".claude/settings.json")).find("statusLine"), std::string::npos);
 }
