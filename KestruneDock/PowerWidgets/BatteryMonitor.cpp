@@ -90,12 +90,7 @@ BatteryMonitor::~BatteryMonitor()
 
 void BatteryMonitor::setWanted(const std::string& holder, bool wanted)
 {
-    bool was = isWanted();
-    if (wanted)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
-    if (was == isWanted())
+    if (!holders_.set(holder, wanted))
         return;
     listen(isWanted());
     if (isWanted())

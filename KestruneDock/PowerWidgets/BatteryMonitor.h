@@ -24,6 +24,8 @@
 #include <QObject>
 #include <QString>
 
+#include "KestruneKit/Core/Holders.h"
+
 namespace kestrune {
 
 struct BatteryDevice {
@@ -64,7 +66,7 @@ public:
     ~BatteryMonitor() override;
 
     void setWanted(const std::string& holder, bool wanted);
-    [[nodiscard]] bool isWanted() const { return !holders_.empty(); }
+    [[nodiscard]] bool isWanted() const { return holders_.any(); }
     [[nodiscard]] const BatteryReading& reading() const { return reading_; }
     std::function<void()> onChange;
 
@@ -77,7 +79,7 @@ private:
     void publish(BatteryReading reading);
 
     QDBusConnection bus_;
-    std::set<std::string> holders_;
+    Holders holders_;
     BatteryReading reading_;
     bool underWay_ = false;
     bool again_ = false;

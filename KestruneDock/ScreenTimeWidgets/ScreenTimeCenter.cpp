@@ -84,12 +84,7 @@ ScreenTimeCenter::~ScreenTimeCenter()
 
 void ScreenTimeCenter::setCounting(const std::string& holder, bool counting)
 {
-    bool was = isCounting();
-    if (counting)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
-    if (was == isCounting())
+    if (!holders_.set(holder, counting))
         return;
     if (isCounting()) {
         windows_ = std::make_unique<X11WindowList>([this] {

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "KestruneKit/Core/Holders.h"
 #include "KestruneDock/Desktop/WindowMatcher.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/Core/SerialQueue.h"
@@ -52,7 +53,7 @@ public:
     ScreenTimeCenter& operator=(const ScreenTimeCenter&) = delete;
 
     void setCounting(const std::string& holder, bool counting);
-    [[nodiscard]] bool isCounting() const { return !holders_.empty(); }
+    [[nodiscard]] bool isCounting() const { return holders_.any(); }
     // Read from the record, with the stretch not yet written added.
     [[nodiscard]] const Summary& summary() const { return summary_; }
     std::function<void()> onChange;
@@ -80,7 +81,7 @@ private:
     Runtime& runtime_;
     KestruneActivity& activity_;
     uint64_t activityWatch_ = 0;
-    std::set<std::string> holders_;
+    Holders holders_;
     std::unique_ptr<X11WindowList> windows_;
     std::optional<std::string> active_;
     std::optional<Date> since_;

@@ -12,17 +12,11 @@ DevPoller::DevPoller(Runtime& runtime, KestruneActivity& activity, Seconds inter
 
 void DevPoller::setWanted(const std::string& holder, bool wanted)
 {
-    bool wasActive = isActive();
-    if (wanted)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
-    if (!wasActive && isActive()) {
+    if (!holders_.set(holder, wanted))
+        return;
+    if (isActive())
         dueCheck();
-        rearm();
-    } else if (wasActive && !isActive()) {
-        rearm();
-    }
+    rearm();
 }
 
 void DevPoller::setInterval(Seconds interval)
@@ -47,7 +41,7 @@ void DevPoller::refreshNow()
 void DevPoller::rearm()
 {
     timer_.cancel();
-    if (holders_.empty())
+    if (!holders_.any())
         return;
     timer_ = runtime_.schedule(interval_, TimerRepeat::repeating, Runtime::defaultTolerance(interval_), [this] { fire(); });
 }
@@ -62,7 +56,7 @@ void DevPoller::fire()
 
 void DevPoller::dueCheck()
 {
-    if (holders_.empty() || activity_.isPaused() || !isDue())
+    if (!holders_.any() || activity_.isPaused() || !isDue())
         return;
     lastRun_ = runtime_.now();
     work_();

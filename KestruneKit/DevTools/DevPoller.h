@@ -17,6 +17,7 @@
 #include <set>
 #include <string>
 
+#include "KestruneKit/Core/Holders.h"
 #include "KestruneKit/Core/Runtime.h"
 #include "KestruneKit/DevTools/KestruneActivity.h"
 
@@ -37,10 +38,10 @@ public:
     // A different interval re-arms the timer at once.
     void setInterval(Seconds interval);
 
-    [[nodiscard]] bool isActive() const { return !holders_.empty(); }
+    [[nodiscard]] bool isActive() const { return holders_.any(); }
     [[nodiscard]] bool isDue() const;
     [[nodiscard]] std::optional<Date> lastRun() const { return lastRun_; }
-    [[nodiscard]] const std::set<std::string>& holders() const { return holders_; }
+    [[nodiscard]] const std::set<std::string>& holders() const { return holders_.all(); }
 
     // Runs the work now, wanted or not, paused or not.
     void refreshNow();
@@ -52,7 +53,7 @@ private:
 
     Runtime& runtime_;
     KestruneActivity& activity_;
-    std::set<std::string> holders_;
+    Holders holders_;
     Seconds interval_;
     TimerHandle timer_;
     std::optional<Date> lastRun_;

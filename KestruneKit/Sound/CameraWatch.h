@@ -17,6 +17,7 @@
 #include <set>
 #include <string>
 
+#include "KestruneKit/Core/Holders.h"
 #include "KestruneKit/Core/Runtime.h"
 
 namespace kestrune {
@@ -30,7 +31,7 @@ public:
     CameraWatch& operator=(const CameraWatch&) = delete;
 
     void setWanted(const std::string& holder, bool wanted);
-    [[nodiscard]] bool isWanted() const { return !holders_.empty(); }
+    [[nodiscard]] bool isWanted() const { return holders_.any(); }
     [[nodiscard]] bool inUse() const { return inUse_; }
     // The watch is running (false where the folder cannot be watched).
     [[nodiscard]] bool isWatching() const { return watching_; }
@@ -47,7 +48,7 @@ private:
     std::string folder_;
     std::string prefix_;
     std::string procRoot_;
-    std::set<std::string> holders_;
+    Holders holders_;
     bool inUse_ = false;
     bool watching_ = false;
     uint64_t generation_ = 0;

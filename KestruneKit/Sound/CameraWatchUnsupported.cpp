@@ -16,10 +16,7 @@ CameraWatch::~CameraWatch() { *self_ = nullptr; }
 
 void CameraWatch::setWanted(const std::string& holder, bool wanted)
 {
-    if (wanted)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
+    holders_.set(holder, wanted);
 }
 
 void CameraWatch::start() {}

@@ -20,6 +20,7 @@
 #include <string>
 #include <vector>
 
+#include "KestruneKit/Core/Holders.h"
 #include "KestruneKit/Core/Runtime.h"
 
 namespace kestrune {
@@ -59,7 +60,7 @@ public:
     SoundServer& operator=(const SoundServer&) = delete;
 
     void setWanted(const std::string& holder, bool wanted);
-    [[nodiscard]] bool isWanted() const { return !holders_.empty(); }
+    [[nodiscard]] bool isWanted() const { return holders_.any(); }
     [[nodiscard]] const SoundState& state() const { return state_; }
     std::function<void()> onChange;
 
@@ -78,7 +79,7 @@ private:
 
     Runtime& runtime_;
     std::string server_;
-    std::set<std::string> holders_;
+    Holders holders_;
     SoundState state_;
     std::shared_ptr<Connection> connection_;
     TimerHandle retry_;

@@ -262,12 +262,7 @@ SoundServer::~SoundServer()
 
 void SoundServer::setWanted(const std::string& holder, bool wanted)
 {
-    bool was = isWanted();
-    if (wanted)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
-    if (was == isWanted())
+    if (!holders_.set(holder, wanted))
         return;
     if (isWanted())
         connect();

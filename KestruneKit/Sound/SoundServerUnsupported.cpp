@@ -15,10 +15,7 @@ SoundServer::~SoundServer() { *self_ = nullptr; }
 
 void SoundServer::setWanted(const std::string& holder, bool wanted)
 {
-    if (wanted)
-        holders_.insert(holder);
-    else
-        holders_.erase(holder);
+    holders_.set(holder, wanted);
     if (isWanted() && !state_.ready)
         apply(generation_, SoundState { true, "Sound can’t be shown on this system yet" });
 }
