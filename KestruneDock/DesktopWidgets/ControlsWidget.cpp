@@ -99,7 +99,7 @@ WidgetLines AppearanceWidget::lines() const
 {
     const DesktopLook& look = monitors_.look();
     if (!look.darkProblem().isEmpty())
-        return { QStringLiteral("Appearance"), look.darkProblem(), {} };
+        return { QStringLiteral("Appearance"), QStringLiteral("Unavailable"), stateColour::trouble(), look.darkProblem() };
     return { QStringLiteral("Appearance"), look.isDark() ? QStringLiteral("Dark") : QStringLiteral("Light"), {} };
 }
 
@@ -123,7 +123,7 @@ WidgetLines DesktopIconsWidget::lines() const
 {
     const DesktopLook& look = monitors_.look();
     if (!look.iconsProblem().isEmpty())
-        return { QStringLiteral("Desktop Icons"), look.iconsProblem(), {} };
+        return { QStringLiteral("Desktop Icons"), QStringLiteral("Unavailable"), stateColour::trouble(), look.iconsProblem() };
     return { QStringLiteral("Desktop Icons"), look.showsIcons() ? QStringLiteral("Shown") : QStringLiteral("Hidden"), {} };
 }
 

@@ -132,7 +132,7 @@ std::vector<BatteryDevice> everyDevice(const BatteryReading& reading)
 WidgetLines textLines(BatteryFace face, const BatteryShown& shown)
 {
     if (!shown.device)
-        return { shown.caption, widgetface::shortProblem(shown.status), {} };
+        return { shown.caption, widgetface::shortProblem(shown.status), {}, shown.status };
     const BatteryDevice& device = *shown.device;
     if (face == BatteryFace::timeLeft) {
         if (device.full())

@@ -26,7 +26,7 @@ WidgetLines KeepAwakeWidget::lines() const
 {
     const KeepAwakeCenter& awake = monitors_.keepAwake();
     if (!awake.problem().isEmpty())
-        return { QStringLiteral("Keep Awake"), QStringLiteral("Not kept awake"), stateColour::trouble() };
+        return { QStringLiteral("Keep Awake"), QStringLiteral("Not kept awake"), stateColour::trouble(), awake.problem() };
     if (!awake.isOn())
         return { QStringLiteral("Keep Awake"), QStringLiteral("Off"), stateColour::unknown() };
     return { QStringLiteral("Keep Awake"), QStringLiteral("On"), stateColour::good() };

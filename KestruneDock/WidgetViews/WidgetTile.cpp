@@ -244,7 +244,7 @@ void LinesTile::paint(QPainter& painter, const QRectF& tile, const WidgetPaintCo
 std::string LinesTile::accessibleText() const
 {
     WidgetLines shown = lines();
-    return (shown.caption + QStringLiteral(": ") + shown.value).toStdString();
+    return (shown.caption + QStringLiteral(": ") + (shown.whole.isEmpty() ? shown.value : shown.whole)).toStdString();
 }
 
 std::unique_ptr<WidgetTile> makeWidgetTile(const WidgetInstance& instance, WidgetMonitors& monitors)

@@ -91,6 +91,8 @@ struct WidgetLines {
     QString caption;
     QString value;
     std::optional<QColor> state;
+    // Read out, and shown on hover, in place of a value that is a short form of it.
+    QString whole = {};
 };
 
 // A tile whose face is its two lines on the plate: as long as they need between two icons and

@@ -17,6 +17,7 @@
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/Spawn.h"
 #include "tests/helpers/TestSupport.h"
+#include "tests/helpers/WidgetImages.h"
 
 namespace kestrune {
 namespace {
@@ -52,6 +53,7 @@ TEST(DesktopLook, DarkModeGoesWhereGnomeKeepsItAndChangesMadeThereAreFollowed)
     // The desktop's own tool reads what was written, apps' theme included.
     EXPECT_EQ(gsettingsSays("get org.gnome.desktop.interface color-scheme"), "'prefer-dark'");
     EXPECT_EQ(gsettingsSays("get org.gnome.desktop.interface gtk-theme"), "'Adwaita-dark'");
+    test::saveTileImages(appearance, "appearance-dark");
 
     // Switched back in the desktop's settings: followed.
     gsettingsSays("set org.gnome.desktop.interface color-scheme default");
@@ -63,11 +65,13 @@ TEST(DesktopLook, DarkModeGoesWhereGnomeKeepsItAndChangesMadeThereAreFollowed)
     EXPECT_TRUE(controls.pressed(QPointF(0.05, 0.5)));
     EXPECT_TRUE(test::spinUntil([&] { return controls.isOn(ControlsWidget::Control::dark); }));
     EXPECT_EQ(gsettingsSays("get org.gnome.desktop.interface color-scheme"), "'prefer-dark'");
+    test::saveTileImages(controls, "controls");
 
     // GNOME Shell's settings are not installed here: desktop icons say so and do nothing.
     DesktopIconsWidget icons(WidgetInstance::make(WidgetKind::desktopIcons), monitors);
     EXPECT_EQ(icons.accessibleText(), "Desktop Icons: Desktop icons can’t be switched: GNOME Shell’s settings aren’t installed");
     EXPECT_FALSE(icons.pressed(QPointF(0.5, 0.5)));
+    test::saveTileImages(icons, "desktop-icons-problem");
     unsetenv("XDG_CURRENT_DESKTOP");
 }
 

@@ -12,6 +12,7 @@
 #include "KestruneDock/WidgetViews/WidgetMonitors.h"
 #include "tests/helpers/QtSpin.h"
 #include "tests/helpers/Spawn.h"
+#include "tests/helpers/WidgetImages.h"
 #include "tests/helpers/XSession.h"
 
 namespace kestrune {
@@ -55,6 +56,7 @@ TEST(Spaces, ShowsTheWindowManagersDesktopsFollowsThemAndSwitchesOnAClick)
     EXPECT_TRUE(tile.pressed(QPointF(0.3, 0.5)));
     EXPECT_TRUE(test::spinUntil([&] { return current() == std::vector<uint32_t> { 1 }; })) << "the window manager did not switch";
     EXPECT_TRUE(test::spinUntil([&] { return monitors.desktops().current() == 1; }));
+    test::saveTileImages(tile, "spaces");
 
     // A window on the second desktop shows in the card under it.
     ChildProcessOptions window;

@@ -240,6 +240,8 @@ TEST(PowerWidgets, WithoutLogindKeepAwakeSaysSoInASentence)
     monitors.keepAwake().setOn(true);
     ASSERT_TRUE(test::spinUntil([&] { return !monitors.keepAwake().problem().isEmpty(); }));
     EXPECT_EQ(monitors.keepAwake().problem(), QStringLiteral("Couldn’t keep awake: logind isn’t running on this computer"));
+    KeepAwakeWidget awake(WidgetInstance::make(WidgetKind::keepAwake), monitors);
+    test::saveTileImages(awake, "keep-awake-problem");
     LockSleepWidget lockSleep(WidgetInstance::make(WidgetKind::lockSleep));
     lockSleep.pressed(QPointF(0.8, 0.5));
     EXPECT_TRUE(test::spinUntil([&] { return !lockSleep.failure().isEmpty(); }));
