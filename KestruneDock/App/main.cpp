@@ -19,6 +19,9 @@ int main(int argc, char** argv)
     // With no session bus, D-Bus would start one of its own for the tray icon's first question
     // and leave it running: a daemon the user never asked for. The tray then uses XEmbed.
     setenv("DBUS_SESSION_BUS_ADDRESS", "disabled:", 0);
+    // Through shared memory, every paint brings back a completion event that wakes the dock a
+    // second (and third) time; the dock paints small rectangles, which the socket carries as well.
+    setenv("QT_XCB_NO_MITSHM", "1", 0);
     QApplication::setApplicationName(QStringLiteral("Kestrune Dock"));
     QApplication::setApplicationVersion(QStringLiteral(KESTRUNE_VERSION));
     QApplication::setDesktopFileName(QStringLiteral("app.quillane.dock"));
