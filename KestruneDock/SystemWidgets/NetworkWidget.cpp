@@ -41,7 +41,7 @@ void askProperties(const QDBusConnection& bus, QObject* context, const QString& 
 
 } // namespace
 
-void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(std::optional<WifiNetwork>)> done)
+void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(const std::optional<WifiNetwork>&)> done)
 {
     if (!bus.isConnected()) {
         done(std::nullopt);
@@ -49,13 +49,13 @@ void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(s
     }
     // The active connections are asked at once; the first on Wi-Fi answers, or none when all have.
     struct Search {
-        std::function<void(std::optional<WifiNetwork>)> done;
+        std::function<void(const std::optional<WifiNetwork>&)> done;
         int waiting = 0;
         bool answered = false;
-        void answer(std::optional<WifiNetwork> network)
+        void answer(const std::optional<WifiNetwork>& network)
         {
             if (!std::exchange(answered, true))
-                done(std::move(network));
+                done(network);
         }
     };
     auto search = std::make_shared<Search>();
@@ -165,7 +165,7 @@ public:
                               addresses.isEmpty() ? QStringLiteral("no address") : addresses.join(QStringLiteral(", ")));
         }
         auto* interfaces = new QLabel(lines.join(QLatin1Char('\n')));
-        findWifi(systemServicesBus(), interfaces, [interfaces, lines](std::optional<WifiNetwork> wifi) {
+        findWifi(systemServicesBus(), interfaces, [interfaces, lines](const std::optional<WifiNetwork>& wifi) {
             if (wifi)
                 interfaces->setText(QStringLiteral("Wi-Fi: %1, signal %2\u2009%").arg(wifi->name).arg(wifi->signal) + QLatin1Char('\n')
                                     + lines.join(QLatin1Char('\n')));

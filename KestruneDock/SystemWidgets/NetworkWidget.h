@@ -40,6 +40,6 @@ struct WifiNetwork {
     QString name;
     int signal = 0;  // percent
 };
-void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(std::optional<WifiNetwork>)> done);
+void findWifi(const QDBusConnection& bus, QObject* context, std::function<void(const std::optional<WifiNetwork>&)> done);
 
 } // namespace kestrune

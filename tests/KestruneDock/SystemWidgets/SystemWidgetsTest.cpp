@@ -153,7 +153,7 @@ TEST(SystemWidgets, EjectAsksUDisks2AndWifiComesFromNetworkManager)
     QObject context;
     auto wifi = [&] {
         std::optional<std::optional<WifiNetwork>> found;
-        findWifi(*bus.connection, &context, [&](std::optional<WifiNetwork> network) { found = std::move(network); });
+        findWifi(*bus.connection, &context, [&](const std::optional<WifiNetwork>& network) { found = network; });
         EXPECT_TRUE(test::spinUntil([&] { return found.has_value(); })) << "no answer";
         return found.value_or(std::nullopt);
     };
