@@ -139,7 +139,7 @@ double SoundWidget::length(double iconSize) const
 {
     const SoundState& state = monitors_.sound().state();
     if (!state.problem.empty())
-        return std::clamp(widgetface::linesLength(iconSize, QStringLiteral("Sound"), widgetface::shortProblem(text(state.problem)), false), iconSize * 2, std::max(iconSize * 4, 120.0));
+        return widgetface::linesLength(iconSize, QStringLiteral("Sound"), QStringLiteral("Unavailable"), true);
     if (iconSize < linesFrom)
         return std::ceil(widgetface::inset(iconSize) * 0.8 + iconSize * 0.6 * 1.05
                          + widgetface::linesLength(iconSize, QString(), QStringLiteral("100\u2009%"), false));
@@ -153,8 +153,9 @@ void SoundWidget::paint(QPainter& painter, const QRectF& tile, const WidgetPaint
     widgetface::paintPlate(painter, tile, context);
     const SoundState& state = monitors_.sound().state();
     double size = tile.height();
+    // The whole sentence is read out and shown on hover; the tile's width would cut it short.
     if (!state.problem.empty()) {
-        widgetface::paintLines(painter, tile, QStringLiteral("Sound"), widgetface::shortProblem(text(state.problem)));
+        widgetface::paintLines(painter, tile, QStringLiteral("Sound"), QStringLiteral("Unavailable"), stateColour::trouble());
         return;
     }
     double pad = widgetface::inset(size);

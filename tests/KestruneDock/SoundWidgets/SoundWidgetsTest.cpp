@@ -72,5 +72,19 @@ TEST(SoundWidgets, AClickMutesTheWheelTurnsTheCardSwitchesAndTheMicrophoneLights
     unsetenv("PULSE_SERVER");
 }
 
+TEST(SoundWidgets, WithNoSoundServerTheTileSaysUnavailableAndTheWholeSentenceIsReadOut)
+{
+    test::TemporaryFolder folder;
+    setenv("PULSE_SERVER", ("unix:" + folder.file("no-server")).c_str(), 1);
+    QtRuntime runtime;
+    WidgetMonitors monitors(runtime);
+    SoundWidget sound(WidgetInstance::make(WidgetKind::sound), monitors);
+    sound.setShown(true);
+    EXPECT_TRUE(test::spinUntil([&] { return sound.accessibleText() == "Sound, PulseAudio isn’t running, so sound can’t be shown"; }))
+        << sound.accessibleText();
+    test::saveTileImages(sound, "sound-problem");
+    unsetenv("PULSE_SERVER");
+}
+
 } // namespace
 } // namespace kestrune
